@@ -1,0 +1,61 @@
+#include "frame/cycle.h"
+
+#include "scan/walk.h"
+#include "softlib/clock.h"
+#include "softlib/pause.h"
+#include "state/settings.h"
+
+namespace {
+
+std::int64_t cycle_length_ms() { return std::int64_t{settings.time_wait} * 1000; }
+
+/// One pass; true if a folder still holds something.
+bool make_pass(PassRules& rules) {
+  bool again = false;
+  for (scan_folder& folder : scan_list) {
+    if (!rules.goes_on()) break;
+    cur_folder = &folder;
+    if (folder.remain <= 0) continue;
+    rules.before_walk(folder);
+    folder.remain = scan_dir("", folder.abs_path);
+    if (folder.remain > 0) again = true;
+    if (!rules.after_walk(folder)) break;
+  }
+  return again;
+}
+
+void pause_between_passes(PassRules& rules, const CycleClock& clock) {
+  const std::int64_t steps = std::int64_t{settings.time_rescan} * rules.steps_per_rescan;
+  for (std::int64_t i = 0; i < steps && !rules.cuts_pause_short() && !clock.is_over(); ++i) {
+    pause_us(rules.step_us);
+  }
+}
+
+}  // namespace
+
+CycleClock::CycleClock() : start_(GetTickCount()) {}
+
+void CycleClock::restart() { start_ = GetTickCount(); }
+
+std::int32_t CycleClock::elapsed_ms() const {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(GetTickCount() - start_));
+}
+
+bool CycleClock::is_over() const { return elapsed_ms() > cycle_length_ms(); }
+
+bool CycleClock::has_time_left() const { return elapsed_ms() < cycle_length_ms(); }
+
+void make_passes(PassRules& rules, const CycleClock& clock) {
+  bool again = true;
+  while (again && rules.goes_on()) {
+    again = make_pass(rules);
+    if (!again) return;
+    pause_between_passes(rules, clock);
+    if (clock.is_over()) return;
+  }
+}
+
+void begin_cycle(CycleClock& clock) {
+  for (scan_folder& folder : scan_list) folder.remain = 1;
+  clock.restart();
+}

@@ -1,0 +1,106 @@
+// The modes "one scan" and "cycle": in the foreground, with the keyboard.
+#include <cstdint>
+#include <iostream>
+
+#include "frame/cycle.h"
+#include "frame/run_modes.h"
+#include "frame/start_up.h"
+#include "scan/counters.h"
+#include "softlib/clock.h"
+#include "softlib/keyboard.h"
+#include "softlib/log.h"
+#include "softlib/pause.h"
+#include "state/console.h"
+#include "state/settings.h"
+
+namespace {
+
+constexpr std::uint32_t kPauseStepUs = 100'000;
+constexpr int kPauseStepsPerSecond = 10;
+constexpr std::uint32_t kCycleWaitUs = 10'000;
+constexpr std::uint64_t kDotIntervalMs = 1000;
+
+void report_missing(const scan_folder& folder) {
+  const std::string text = "folder " + folder.abs_path + " was not found.";
+  say(2) << text << std::endl;
+  if (settings.logs != 0) write_log(settings.logs_name, text + "\n", false);
+}
+
+/// At `verboze` 0 nothing is shown and `files_count` keeps counting.
+void report_walked(const scan_folder& folder) {
+  if (settings.verboze <= 0) return;
+  std::cout << "folder " << folder.abs_path
+            << (folder.remain > 0 ? " IS NOT EMPTY.\n" : " is empty.\n");
+  std::cout << files_count << " files was transfered.\n";
+  files_count = 0;
+}
+
+class ScanRules : public PassRules {
+ public:
+  ScanRules() {
+    step_us = kPauseStepUs;
+    steps_per_rescan = kPauseStepsPerSecond;
+  }
+
+  bool goes_on() override { return !stop_requested(); }
+
+  void before_walk(const scan_folder& folder) override {
+    say(2) << "\nabs_path " << folder.abs_path << std::endl;
+  }
+
+  bool after_walk(const scan_folder& folder) override {
+    if (folder.remain < 0 && !stop_requested()) report_missing(folder);
+    if (escape_was_pressed()) {
+      request_stop();
+      return false;
+    }
+    report_walked(folder);
+    return true;
+  }
+
+  bool cuts_pause_short() override { return false; }  // not even by the escape key
+};
+
+void wait_for_next_cycle(Proc& lock, const CycleClock& clock) {
+  std::uint64_t last_dot = 0;
+  while (clock.has_time_left()) {
+    if (lock.if_terminated_unlock()) {
+      say(1) << "\nExtern terminated! "
+             << "\n";
+      request_stop();
+      return;
+    }
+    if (escape_was_pressed()) {
+      request_stop();
+      return;
+    }
+    if (const std::uint64_t now = GetTickCount(); now - last_dot > kDotIntervalMs) {
+      say(1) << "." << std::flush;
+      last_dot = now;
+    }
+    pause_us(kCycleWaitUs);
+  }
+}
+
+}  // namespace
+
+int run_scan_loop(Proc& lock) {
+  pplock = &lock;
+  if (lock.is_already_run()) {
+    std::cout << "Can't start! Another copy is already running!" << std::endl;
+    return after_pause(kRefused);
+  }
+  if (!start_sending()) return kRefused;
+
+  ScanRules rules;
+  CycleClock clock;
+  while (!stop_requested()) {
+    make_passes(rules, clock);
+    if (settings.mode != kCycle) break;
+    wait_for_next_cycle(lock, clock);
+    begin_cycle(clock);
+  }
+  say(1) << "\n";
+  lock.clear_lock();
+  return shut_down();
+}

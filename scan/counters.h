@@ -1,0 +1,17 @@
+// scan/counters.h: what the scanner counts over the life of the process.
+#pragma once
+
+#include <cstdint>
+
+/// Files sent from the folder being walked; the frame reports and resets it.
+extern std::int32_t files_count;
+
+/// Files sent since the process began.
+extern std::int32_t gfiles_count;
+
+/// Removals of folders and of sent files that failed.
+extern std::int32_t accs_err;
+
+/// Counts one failed removal, after a pause of 1 s. The 11th ends the process
+/// with status 1, after a message and, if `log_stop`, an entry in the log.
+void count_access_error(bool log_stop);

@@ -1,0 +1,14 @@
+// scan/open_files.h: does any process on this machine hold a file open?
+#pragma once
+
+#include <string>
+
+/// Compares `path`, to the letter, with the target of every descriptor of every
+/// process in /proc that this process may read. 0: nobody holds it; 1: somebody
+/// does; -1: /proc can't be opened. A path not spelled as the kernel spells it
+/// ("//", "..", through a symbolic link) is never found.
+int check_open_file(const std::string& path);
+
+/// 1 if a descriptor of the process in the folder `process` (/proc/PID) leads
+/// to `path`, else 0, also when its descriptors can't be read.
+int check_proc_dir(const std::string& process, const std::string& path);

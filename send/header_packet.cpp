@@ -1,0 +1,31 @@
+#include "send/header_packet.h"
+
+#include <algorithm>
+
+#include "send/code_page.h"
+#include "send/wire_format.h"
+#include "state/settings.h"
+
+std::string destination_path(const std::string& dst_dir, const std::string& sub) {
+  return sub.empty() ? dst_dir : dst_dir + "/" + sub;
+}
+
+std::vector<unsigned char> build_header_packet(const file_info& info, const std::string& path,
+                                               const std::string& pth) {
+  std::string names = fname_to_send(path.substr(path.rfind('/') + 1));
+  names += '\0';
+  if (!pth.empty()) names += fname_to_send(pth) + '\0';
+  names += '\0';  // the empty string that closes the list
+
+  std::vector<unsigned char> packet(kNamesAt + names.size());
+  unsigned char* p = put_header(packet.data(), info.transfer_id, 0,
+                                static_cast<std::uint32_t>(packet.size() - kHeaderSize));
+  p = put_le(p, static_cast<std::uint64_t>(info.file_size));
+  p = put_le(p, ~std::uint64_t{0});
+  p = put_le(p, static_cast<std::uint32_t>(settings.udata_size));
+  p = put_le(p, static_cast<std::uint32_t>(info.path_crc));
+  p = put_le(p, static_cast<std::uint64_t>(info.send_time));
+  put_le(p, static_cast<std::uint16_t>(info.file_kind));
+  std::copy(names.begin(), names.end(), packet.begin() + kNamesAt);
+  return packet;
+}

@@ -1,0 +1,34 @@
+#include "send/service_packet.h"
+
+#include <sys/socket.h>
+
+#include <array>
+
+#include "send/socket.h"
+#include "send/wire_format.h"
+#include "state/settings.h"
+
+std::uint64_t all_send_cnt = 0;
+
+namespace {
+
+void count_datagram() {
+  ++cur_folder->send_cnt;
+  ++all_send_cnt;
+}
+
+}  // namespace
+
+void serv_pack_send() {
+  if (settings.send_serv == 0) return;
+  count_datagram();
+  // a negative interval is a huge unsigned one: never due
+  if (all_send_cnt % static_cast<std::uint64_t>(settings.send_serv) != 0) return;
+  count_datagram();  // the service packet itself, which carries the new counts
+  std::array<unsigned char, kServicePacketSize> packet{};
+  unsigned char* p = put_header(packet.data(), kServiceId, 0, kServicePacketSize - kHeaderSize);
+  put_le(put_le(p, all_send_cnt), cur_folder->send_cnt);
+  const sockaddr_in to = receiver_address(*cur_folder);
+  (void)sendto(sock, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&to),
+               sizeof to);  // the counts go on with the next one
+}

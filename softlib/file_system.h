@@ -1,0 +1,40 @@
+// softlib/file_system.h: questions to the file system, and folders made.
+//
+// Nothing here prints or ends the process; a failed system call shows only in
+// the result. Symbolic links are followed.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+/// True if stat() succeeds, whatever kind of object it is.
+bool file_exists(const std::string& path);
+
+/// True for a regular file only.
+bool file_is_regular(const std::string& path);
+
+/// Size in bytes; 0 when there is no such file.
+std::int64_t get_file_size(const std::string& path);
+
+/// Last modification in seconds since 1970; 0 when there is no such file.
+std::time_t get_file_mtime(const std::string& path);
+
+/// The working folder; "" when it can't be told (removed, or too deep).
+std::string get_cur_dir();
+
+/// True if `dir`/`name` (`name` alone when `dir` is empty) can be opened as a
+/// folder. A folder without read permission is therefore none.
+bool is_dir(const std::string& dir, const std::string& name);
+
+/// True if `dir`/`name` can be opened and holds only "." and "..".
+bool dir_is_empty(const std::string& dir, const std::string& name);
+
+/// True for "." and "..", which every folder yields.
+bool is_dot_entry(const char* name);
+
+/// Creates the folder `path` and all missing folders above it, mode 0777 less
+/// the umask. Every "\" in `path` becomes "/" in the caller's own string.
+/// False at the first level that can't be created; earlier levels stay. True
+/// for an empty path.
+bool MakeDir(std::string& path);

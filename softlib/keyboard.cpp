@@ -1,0 +1,54 @@
+#include "softlib/keyboard.h"
+
+#include <sys/select.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace {
+
+int getch_c = 0;
+
+/// Terminal mode "character by character, no echo" for its lifetime. Where
+/// standard input is no terminal it does nothing.
+class CharByChar {
+ public:
+  CharByChar() : is_terminal_(tcgetattr(STDIN_FILENO, &kept_) == 0) {
+    if (!is_terminal_) return;
+    termios raw = kept_;
+    raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    tcsetattr(STDIN_FILENO, TCSANOW, &raw);
+  }
+  ~CharByChar() {
+    if (is_terminal_) tcsetattr(STDIN_FILENO, TCSANOW, &kept_);
+  }
+  CharByChar(const CharByChar&) = delete;
+  CharByChar& operator=(const CharByChar&) = delete;
+
+ private:
+  termios kept_{};
+  bool is_terminal_;
+};
+
+bool input_is_waiting() {
+  fd_set readable;
+  FD_ZERO(&readable);
+  FD_SET(STDIN_FILENO, &readable);
+  timeval at_once{0, 0};
+  return select(STDIN_FILENO + 1, &readable, nullptr, nullptr, &at_once) > 0;
+}
+
+}  // namespace
+
+bool kbhit() {
+  const CharByChar mode;
+  if (!input_is_waiting()) return false;
+  const int c = std::getchar();
+  getch_c = c == EOF ? kEscapeKey : c;
+  return true;
+}
+
+int getch() { return getch_c; }
+
+bool escape_was_pressed() { return kbhit() && getch() == kEscapeKey; }

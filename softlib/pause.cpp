@@ -1,0 +1,5 @@
+#include "softlib/pause.h"
+
+#include <unistd.h>
+
+void pause_us(std::uint32_t us) { usleep(us); }

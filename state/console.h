@@ -1,0 +1,23 @@
+// state/console.h: what the user sees of a run, by the level of `verboze`.
+//
+//   say(1) << "\nfile " << path << " was send.\n";   // verboze 1 and up
+//   std::cout << "Can't open socket!" << std::endl;  // always
+//
+// Only std::cout and std::cerr write to the console, so order and number
+// format hold and both can be silenced in one place.
+#pragma once
+
+#include <ostream>
+
+/// std::cout when `verboze` is at least `level`; else a stream that swallows
+/// the text.
+std::ostream& say(int level);
+
+/// From here on neither stream writes anything: for a process that gives its
+/// standard descriptors up, since files and sockets will get their numbers.
+/// Text not flushed before is lost to this process.
+void silence_console();
+
+/// Leaves the last message readable for 2 s, then ends the process with
+/// `status`. Destructors of the frame do not run: an owned lock file stays.
+[[noreturn]] void leave(int status);

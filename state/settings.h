@@ -1,0 +1,55 @@
+// state/settings.h: the one record of settings that every layer reads.
+//
+// Written at start-up only: defaults, then the configuration file, then the
+// command line. Later writers are request_stop() and the run modes that
+// silence the console or switch the trash off.
+#pragma once
+
+#include <optional>
+#include <string>
+
+/// Values of `mode`; any other value runs as kOneScan.
+enum Mode : int { kOneScan = 0, kCycle = 1, kDaemon = 2, kStop = 3, kTrashJournal = 4 };
+
+struct Settings {
+  int verboze = 0;                              ///< console text: 0 none, 1 normal, 2 detailed
+  int logs = 0;                                 ///< log file: 0 off
+  int mode = kOneScan;                          ///< run mode; kStop during a run asks it to end
+  std::string sdir = "scan_dir";                ///< the folder to scan when there is no scan list
+  std::string ip = "127.0.0.1";                 ///< its receiver, dotted IPv4
+  int port = 55001;                             ///< its UDP port, and that of lines without one
+  int head_send = 5;                            ///< header packets in each pass over a file
+  int data_send = 2;                            ///< passes over a file
+  double speed = 0.0;                           ///< line speed, Mbit/s; 0 sends unpaced
+  int udata_size = 1400;                        ///< largest UDP payload, bytes: 1400..65507
+  std::string scan_list_name;                   ///< scan list file; empty scans `sdir`
+  int time_wait = 5;                            ///< length of a scan cycle, s
+  int time_rescan = 5;                          ///< between passes: s; as a daemon: half-seconds
+  int time_send_wait = 0;                       ///< files this young (s) are left; 0 tests no age
+  int trash_active = 0;                         ///< not 0: sent files move to the trash
+  std::string trash_path = "TRASH_FOLDER";      ///< the trash folder
+  std::string trash_log = "trash_log";          ///< journal inside it; can't be set
+  std::string blk_mask;                         ///< names that begin so are left; empty: none
+  std::string blk_ext;                          ///< this extension is left; empty: none
+  int zero_ign = 0;                             ///< not 0: empty files are left
+  std::string logs_name = "tarnwick_logs.txt";  ///< log file
+  std::string lcs_a;                            ///< local character set as given by the user
+  int send_serv = 0;                            ///< datagrams between service packets; 0: none
+  std::string dir_name;                         ///< accepted and kept; nothing uses it
+  std::string config_name = "./tarnwick_cfg";   ///< configuration file read first
+
+  std::optional<std::string> lcs;  ///< local character set in force; unset before start-up
+  std::string prg_name;            ///< program name without folder and extension
+  std::string prg_dir;             ///< folder part of the program's path, may be empty
+};
+
+extern Settings settings;
+
+/// Takes `name` as the local character set, in place of the locale's.
+void use_charset(const std::string& name);
+
+/// True once the run has been asked to end.
+bool stop_requested();
+
+/// Asks the run to end.
+void request_stop();
