@@ -5,6 +5,7 @@
 
 #include <array>
 #include <clocale>
+#include <cstdint>
 #include <cstring>
 
 #include "send/wire_format.h"
@@ -22,7 +23,7 @@ class Converter {
   Converter(const Converter&) = delete;
   Converter& operator=(const Converter&) = delete;
 
-  bool valid() const { return cd_ != reinterpret_cast<iconv_t>(-1); }
+  bool valid() const { return reinterpret_cast<std::intptr_t>(cd_) != -1; }  // iconv_open(3)
   iconv_t get() const { return cd_; }
 
  private:

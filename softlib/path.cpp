@@ -1,5 +1,7 @@
 #include "softlib/path.h"
 
+#include <utility>
+
 namespace {
 
 constexpr char kSeparators[] = "/\\";
@@ -24,9 +26,9 @@ std::string get_file_name_noext(const std::string& path) {
 
 void prg_get_name_dir(const std::string& path, std::string& name, std::string& dir) {
   const std::size_t at = path.find_last_of(kSeparators);
-  const std::string whole = path;  // `name` or `dir` may be `path` itself
-  dir = at == std::string::npos ? "" : whole.substr(0, at);
-  name = at == std::string::npos ? whole : whole.substr(at + 1);
+  std::string before = at == std::string::npos ? "" : path.substr(0, at);
+  name = get_file_name(path);  // may be `path` itself
+  dir = std::move(before);
 }
 
 std::string join_path(const std::string& parent, const std::string& name) {
