@@ -41,7 +41,10 @@ std::int32_t CycleClock::elapsed_ms() const {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(GetTickCount() - start_));
 }
 
-bool CycleClock::is_over() const { return elapsed_ms() > cycle_length_ms(); }
+bool CycleClock::is_over() const {
+  // a cycle of no length has room for one pass, however quick that is
+  return settings.time_wait == 0 || elapsed_ms() > cycle_length_ms();
+}
 
 bool CycleClock::has_time_left() const { return elapsed_ms() < cycle_length_ms(); }
 

@@ -1,6 +1,8 @@
 #include "frame/start_up.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <ctime>
@@ -16,7 +18,6 @@
 #include "softlib/file_system.h"
 #include "softlib/log.h"
 #include "softlib/path.h"
-#include "softlib/pause.h"
 #include "state/console.h"
 #include "state/settings.h"
 
@@ -45,6 +46,13 @@ void print_banner() {
 
 }  // namespace
 
+void occupy_standard_descriptors() {
+  for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    // open() gives the lowest free number, which is this one
+    if (fcntl(standard, F_GETFD) < 0) (void)open("/dev/null", O_RDWR);
+  }
+}
+
 void load_settings(int argc, char** argv) {
   std::srand(static_cast<unsigned int>(std::time(nullptr)));
   get_lcs();
@@ -54,7 +62,6 @@ void load_settings(int argc, char** argv) {
 }
 
 void announce_start() {
-  allow_deep_walks();
   say(1) << "Start on LINUX system" << std::endl;
   if (settings.logs > 0 && !LogDir(settings.logs_name) && settings.mode != kStop) {
     std::cout << "\nCan't create log file:" << settings.logs_name << std::endl;
@@ -64,13 +71,14 @@ void announce_start() {
 }
 
 bool start_sending() {
+  allow_deep_walks();
   if (settings.logs != 0) {
     write_log(settings.logs_name, "Start Tarnwick Server " + str_time(true), false);
   }
   make_scan_list();
   if (send_open() == 0) return true;
   std::cout << "Can't open socket!" << std::endl;
-  pause_us(kMessagePauseUs);
+  pause_for_message();
   return false;
 }
 
@@ -83,9 +91,4 @@ int shut_down() {
               false);
   }
   return EXIT_SUCCESS;
-}
-
-int after_pause(int status) {
-  pause_us(kMessagePauseUs);
-  return status;
 }

@@ -10,6 +10,7 @@
 #include <iostream>
 
 #include "softlib/file_system.h"
+#include "softlib/owners.h"
 #include "state/console.h"
 
 Proc* pplock = nullptr;
@@ -57,6 +58,14 @@ bool Proc::is_still_running(int pid) {
 void Proc::clear_lock() {
   flock_close();
   if (file_exists(lock_name)) (void)std::remove(lock_name.c_str());  // else stale: taken over
+}
+
+void Proc::clear_own_lock() {
+  flock_close();
+  const Fd file(open(lock_name.c_str(), O_RDONLY | O_CLOEXEC));
+  shared_data record;
+  if (read(file.get(), &record, sizeof record) != static_cast<ssize_t>(sizeof record)) return;
+  if (record.pid == getpid()) (void)std::remove(lock_name.c_str());  // else stale: taken over
 }
 
 bool Proc::flock_open() {

@@ -35,6 +35,10 @@ class Proc {
 
   // For the owner.
 
+  /// Like clear_lock(), but leaves a lock file that holds another id: for an
+  /// owner whose lock is gone already, and may be somebody else's by now.
+  void clear_own_lock();
+
   /// Detaches: the foreground process ends here with status 0, or 255 if
   /// fork() fails; returns in the child, the new owner, with descriptors 0 to 2
   /// closed, both console streams silent and the umask 0.

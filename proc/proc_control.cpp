@@ -110,8 +110,8 @@ bool Proc::unfreez(unsigned short seconds) {
 }
 
 void Proc::terminate() {
-  shared_data record = data;  // what is written if the file holds no whole record
-  flock_read(&record);
+  shared_data record;
+  if (!flock_read(&record)) record = data;  // the file holds no whole record
   record.stop = 1;
   set_bit(record.command, SD_TERMINATE);
   flock_write(&record);

@@ -74,9 +74,14 @@ void log_stamped(const std::string& text) {
   if (settings.logs != 0) write_log(settings.logs_name, text, true);
 }
 
-/// False if the file is still there although it should be gone.
-bool delete_sent(const std::string& path) {
+/// False if the file could not be deleted although it should be gone.
+bool delete_sent(const std::string& path, const FileStamp& sent) {
   if (settings.trash_active != 0) return true;  // moved already
+  // the console may have held us: what has come in its place meanwhile was not sent
+  if (changed_since(sent, path)) {
+    say(1) << "\nFile " << path << " changed after it was sent and stays.";
+    return true;
+  }
   if (std::remove(path.c_str()) != 0) {
     say(1) << "\nERROR: can't remove file " << path << " !\n";
     return false;
@@ -85,11 +90,11 @@ bool delete_sent(const std::string& path) {
   return true;
 }
 
-void settle_sent(const std::string& path) {
+void settle_sent(const std::string& path, const FileStamp& sent) {
   ++files_count;
   ++gfiles_count;
   say(1) << "\nfile " << path << " was send.\n";
-  const bool deleted = delete_sent(path);
+  const bool deleted = delete_sent(path, sent);
   log_stamped("Sent file " + path + " (" + std::to_string(gfiles_count) + ")");
   if (deleted) return;
   log_stamped("ERROR> can't remove file " + path);
@@ -110,9 +115,10 @@ void settle_sent(const std::string& path) {
 int send_if_ready(const std::string& parent, const std::string& name) {
   const std::string path = join_path(parent, name);
   if (!is_ready(path)) return 0;
+  const FileStamp before = file_stamp(path).value_or(FileStamp{});
   switch (SendFile(path, relative_sub_folder(path, cur_folder->abs_path), kKindFile)) {
     case kSent:
-      settle_sent(path);
+      settle_sent(path, before);
       return 1;
     case kSocketError:
       stop_on_socket_error();

@@ -18,14 +18,14 @@ std::vector<unsigned char> build_header_packet(const file_info& info, const std:
   names += '\0';  // the empty string that closes the list
 
   std::vector<unsigned char> packet(kNamesAt + names.size());
-  unsigned char* p = put_header(packet.data(), info.transfer_id, 0,
-                                static_cast<std::uint32_t>(packet.size() - kHeaderSize));
-  p = put_le(p, static_cast<std::uint64_t>(info.file_size));
-  p = put_le(p, ~std::uint64_t{0});
-  p = put_le(p, static_cast<std::uint32_t>(settings.udata_size));
-  p = put_le(p, static_cast<std::uint32_t>(info.path_crc));
-  p = put_le(p, static_cast<std::uint64_t>(info.send_time));
-  put_le(p, static_cast<std::uint16_t>(info.file_kind));
+  unsigned char* const at = packet.data();
+  put_header(at, info.transfer_id, 0, static_cast<std::uint32_t>(packet.size() - kHeaderSize));
+  put_le(at + kFileSizeAt, static_cast<std::uint64_t>(info.file_size));
+  put_le(at + kReservedAt, ~std::uint64_t{0});
+  put_le(at + kUdataSizeAt, static_cast<std::uint32_t>(settings.udata_size));
+  put_le(at + kPathCrcAt, static_cast<std::uint32_t>(info.path_crc));
+  put_le(at + kSendTimeAt, static_cast<std::uint64_t>(info.send_time));
+  put_le(at + kFileKindAt, static_cast<std::uint16_t>(info.file_kind));
   std::copy(names.begin(), names.end(), packet.begin() + kNamesAt);
   return packet;
 }

@@ -18,23 +18,22 @@ std::string pth;
 
 namespace {
 
-void say_irregular(const std::string& path) { say(1) << "\n" << path << " is not a regular file."; }
-
-/// True if the file can be measured now; says why not.
-bool may_be_sent(const std::string& path, const SourceFile& file) {
-  if (!file.is_regular()) {
-    say_irregular(path);
-    return false;
+/// True if the file is there to be sent; says why not. `missing` is the text
+/// for a file that can't be opened.
+bool may_be_sent(const std::string& path, const SourceFile& file, const char* missing) {
+  switch (file.state()) {
+    case SourceFile::State::kMissing:
+      say(1) << missing << path << " not found.";
+      return false;
+    case SourceFile::State::kIrregular:
+      say(1) << "\n" << path << " is not a regular file.";
+      return false;
+    case SourceFile::State::kOpen:
+      break;
   }
-  if (!file.is_open()) {
-    say(1) << "\nFile to send(2) " << path << " not found.";
-    return false;
-  }
-  if (file.size() < 0) {
-    say(1) << "\nFile " << path << " has no size.";
-    return false;
-  }
-  return true;
+  if (file.size() >= 0) return true;
+  say(1) << "\nFile " << path << " has no size.";
+  return false;
 }
 
 /// A file that is deleted without having gone out is lost.
@@ -53,17 +52,13 @@ int SendFile(const std::string& path, const std::string& sub, unsigned short kin
     return kNotSent;
   }
   SourceFile measured(path);
-  if (!may_be_sent(path, measured)) return kNotSent;
+  if (!may_be_sent(path, measured, "\nFile to send(2) ")) return kNotSent;
   measured.close();
   const sockaddr_in to = receiver_address(*cur_folder);
   const SourceFile file(path);
-  if (!file.is_regular()) {
-    say_irregular(path);
+  if (!may_be_sent(path, file, "\nFile to send(3)  ")) {
+    if (file.state() == SourceFile::State::kMissing) std::exit(1);
     return kNotSent;
-  }
-  if (!file.is_open()) {
-    say(1) << "\nFile to send(3)  " << path << " not found.";
-    std::exit(1);
   }
   if (!settings_send_it_whole()) return kNotSent;
 
@@ -79,10 +74,10 @@ int SendFile(const std::string& path, const std::string& sub, unsigned short kin
   for (int pass = 0; pass < settings.data_send; ++pass) {
     if (const int result = transfer.send_pass(); result != kSent) return result;
   }
-  if (file.changed_since(measured, path)) {
+  if (file.differs_from(measured.stamp(), path)) {
     say(1) << "\nFile " << path << " changed while it was sent.";
     return kNotSent;
   }
-  if (settings.trash_active != 0) move_to_trash(path, info);
+  if (settings.trash_active != 0) move_to_trash(path, info, measured.stamp());
   return kSent;
 }

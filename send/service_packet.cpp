@@ -26,8 +26,9 @@ void serv_pack_send() {
   if (all_send_cnt % static_cast<std::uint64_t>(settings.send_serv) != 0) return;
   count_datagram();  // the service packet itself, which carries the new counts
   std::array<unsigned char, kServicePacketSize> packet{};
-  unsigned char* p = put_header(packet.data(), kServiceId, 0, kServicePacketSize - kHeaderSize);
-  put_le(put_le(p, all_send_cnt), cur_folder->send_cnt);
+  put_header(packet.data(), kServiceId, 0, kServicePacketSize - kHeaderSize);
+  put_le(packet.data() + kAllSendCntAt, all_send_cnt);
+  put_le(packet.data() + kSendCntAt, cur_folder->send_cnt);
   const sockaddr_in to = receiver_address(*cur_folder);
   (void)sendto(sock, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&to),
                sizeof to);  // the counts go on with the next one

@@ -31,8 +31,8 @@ int force_send_buffer() {
   const int wanted = kSendBuffer;
   int granted = 0;
   socklen_t len = sizeof granted;
-  const int result = setsockopt(sock, SOL_SOCKET, SO_SNDBUFFORCE, &wanted, sizeof wanted) +
-                     getsockopt(sock, SOL_SOCKET, SO_SNDBUF, &granted, &len);
+  int result = setsockopt(sock, SOL_SOCKET, SO_SNDBUFFORCE, &wanted, sizeof wanted);
+  result += getsockopt(sock, SOL_SOCKET, SO_SNDBUF, &granted, &len);
   if (result != 0) {
     const int err = SockErrcode();  // before any output changes it
     say(1) << "Error in setsockopt(SO_SNDBUF) (returned " << result << std::endl;

@@ -1,28 +1,34 @@
-// send/source_file.h: the file being sent, read so that no byte goes out that
-// was not read and no change while it is sent goes unseen.
+// send/source_file.h: the file being sent, opened without waiting and read so
+// that no byte goes out that was not read.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
 #include <string>
 
+#include "softlib/file_system.h"
 #include "softlib/owners.h"
 
 class SourceFile {
  public:
-  /// Opens `path`; never waits, whatever it names. Check is_open() and
-  /// is_regular() before anything else.
+  enum class State {
+    kOpen,       ///< may be read
+    kMissing,    ///< not there, or not to be opened
+    kIrregular,  ///< a pipe, device, socket or folder
+  };
+
+  /// Opens `path`; never waits, whatever it names. What is no regular file is
+  /// not even opened, unless it came in the place of one at that very moment.
   explicit SourceFile(const std::string& path);
 
-  bool is_open() const { return static_cast<bool>(fd_); }
+  State state() const { return state_; }
 
-  /// False for a pipe, device, socket or folder, which is not even opened
-  /// unless it came in the place of a file at that very moment.
-  bool is_regular() const { return is_regular_; }
-
-  /// Bytes, by the end's position when the file was opened.
+  /// Bytes, by the end's position when the file was opened; negative if it has
+  /// none.
   std::int64_t size() const { return size_; }
+
+  /// Which file it is, with size and modification time when it was opened.
+  const FileStamp& stamp() const { return stamp_; }
 
   /// Back to the first byte.
   void rewind() const;
@@ -30,16 +36,16 @@ class SourceFile {
   /// Reads exactly `len` bytes; false if the file yields fewer.
   bool read(unsigned char* to, std::size_t len) const;
 
-  /// True if size or modification time (ns) are not what they are in `before`,
-  /// or if `path` now names another file.
-  bool changed_since(const SourceFile& before, const std::string& path) const;
+  /// True if the file that is open, or the one that `path` names by now, is not
+  /// as it was in `before`. A file that is gone by name has not changed.
+  bool differs_from(const FileStamp& before, const std::string& path) const;
 
-  /// Closes the file; size() and what changed_since() compares stay.
+  /// Closes the file; size() and stamp() stay.
   void close() { fd_ = Fd(); }
 
  private:
   Fd fd_;
-  bool is_regular_ = true;
+  State state_ = State::kMissing;
   std::int64_t size_ = 0;
-  std::timespec modified_{};
+  FileStamp stamp_;
 };

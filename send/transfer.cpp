@@ -95,7 +95,7 @@ int Transfer::send_data() {
 int Transfer::send_part(std::uint64_t part_no, std::uint32_t len) {
   unsigned char* data = put_header(work_.data(), info_.transfer_id, part_no, len);
   if (!file_.read(data, len)) {
-    say(1) << "\nFile " << path_ << " became shorter while it was sent.";
+    say(1) << "\nFile " << path_ << " could not be read as far as it was measured.";
     return kNotSent;
   }
   const std::size_t size = kHeaderSize + len;

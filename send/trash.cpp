@@ -6,7 +6,6 @@
 #include <iostream>
 #include <sstream>
 
-#include "softlib/file_system.h"
 #include "state/settings.h"
 
 std::string int2hex(int value, int width) {
@@ -21,7 +20,7 @@ std::string trash_name(const file_info& info) {
          int2hex(static_cast<int>(info.transfer_id), 8) + int2hex(info.path_crc, 12);
 }
 
-void move_to_trash(const std::string& path, const file_info& info) {
+void move_to_trash(const std::string& path, const file_info& info, const FileStamp& sent) {
   const std::string name = trash_name(info);
   const std::string new_path = settings.trash_path + "/" + name;
   const std::string journal_path = settings.trash_path + "/" + settings.trash_log;
@@ -30,5 +29,7 @@ void move_to_trash(const std::string& path, const file_info& info) {
   std::fstream journal(journal_path, std::ios::in | std::ios::out | std::ios::app);
   if (journal) journal << name << " " << path << std::endl;
   journal.close();
+  // the console may have held us: what has come in its place meanwhile was not sent
+  if (changed_since(sent, path)) return;
   (void)std::rename(path.c_str(), new_path.c_str());  // else it stays, found by the next scan
 }

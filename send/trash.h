@@ -4,6 +4,7 @@
 #include <string>
 
 #include "send/header_packet.h"
+#include "softlib/file_system.h"
 
 /// The 32 bits of `value` in upper-case hexadecimal, filled with "0" on the
 /// left to at least `width` characters.
@@ -16,5 +17,6 @@ std::string trash_name(const file_info& info);
 /// Renames `path` to its trash name in `trash_path`, made when missing, and
 /// appends "name path" to the journal there. A journal that can't be opened
 /// costs its line, a failing rename leaves the file where it is; neither is a
-/// failure of the transfer.
-void move_to_trash(const std::string& path, const file_info& info);
+/// failure of the transfer. A file that is not as it was `sent` any more stays,
+/// too.
+void move_to_trash(const std::string& path, const file_info& info, const FileStamp& sent);

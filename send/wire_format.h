@@ -78,8 +78,10 @@ T get_le(const unsigned char* p) {
   return v;
 }
 
-/// Writes the header of a datagram; gives the byte behind it.
+/// Writes the header of a datagram at `p`; gives the byte behind it.
 inline unsigned char* put_header(unsigned char* p, std::uint64_t transfer_id, std::uint64_t part_no,
                                  std::uint32_t data_len) {
-  return put_le(put_le(put_le(p, transfer_id), part_no), data_len);
+  put_le(p + kTransferIdAt, transfer_id);
+  put_le(p + kPartNoAt, part_no);
+  return put_le(p + kDataLenAt, data_len);
 }

@@ -5,9 +5,18 @@
 #include <algorithm>
 #include <climits>
 #include <sstream>
+#include <tuple>
 
 #include "softlib/owners.h"
 #include "softlib/path.h"
+
+namespace {
+
+FileStamp stamp_of(const struct stat& st) {
+  return {st.st_dev, st.st_ino, st.st_size, st.st_mtim.tv_sec, st.st_mtim.tv_nsec};
+}
+
+}  // namespace
 
 bool file_exists(const std::string& path) {
   struct stat st {};
@@ -27,6 +36,28 @@ std::int64_t get_file_size(const std::string& path) {
 std::time_t get_file_mtime(const std::string& path) {
   struct stat st {};
   return stat(path.c_str(), &st) == 0 ? st.st_mtime : 0;
+}
+
+bool operator==(const FileStamp& a, const FileStamp& b) {
+  return std::tie(a.device, a.inode, a.size, a.modified_s, a.modified_ns) ==
+         std::tie(b.device, b.inode, b.size, b.modified_s, b.modified_ns);
+}
+
+std::optional<FileStamp> file_stamp(const std::string& path) {
+  struct stat st {};
+  if (stat(path.c_str(), &st) != 0) return std::nullopt;
+  return stamp_of(st);
+}
+
+std::optional<FileStamp> file_stamp(int fd) {
+  struct stat st {};
+  if (fstat(fd, &st) != 0) return std::nullopt;
+  return stamp_of(st);
+}
+
+bool changed_since(const FileStamp& before, const std::string& path) {
+  const std::optional<FileStamp> now = file_stamp(path);
+  return now && !(*now == before);
 }
 
 std::string get_cur_dir() {

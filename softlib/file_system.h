@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <optional>
 #include <string>
 
 /// True if stat() succeeds, whatever kind of object it is.
@@ -19,6 +20,27 @@ std::int64_t get_file_size(const std::string& path);
 
 /// Last modification in seconds since 1970; 0 when there is no such file.
 std::time_t get_file_mtime(const std::string& path);
+
+/// What tells one state of a file from another: which file it is, its size in
+/// bytes and its last modification to the nanosecond.
+struct FileStamp {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::int64_t size = 0;
+  std::int64_t modified_s = 0;
+  std::int64_t modified_ns = 0;
+};
+bool operator==(const FileStamp& a, const FileStamp& b);
+
+/// The present stamp of `path`; nothing when there is no such file.
+std::optional<FileStamp> file_stamp(const std::string& path);
+
+/// The present stamp of the open file `fd`.
+std::optional<FileStamp> file_stamp(int fd);
+
+/// True if `path` names a file, and it is not as it was in `before`: changed,
+/// or another file in its place.
+bool changed_since(const FileStamp& before, const std::string& path);
 
 /// The working folder; "" when it can't be told (removed, or too deep).
 std::string get_cur_dir();

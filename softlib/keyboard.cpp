@@ -42,6 +42,9 @@ bool input_is_waiting() {
 }  // namespace
 
 bool kbhit() {
+  // a character in a buffer of ours would be hidden from select()
+  static const int unbuffered = std::setvbuf(stdin, nullptr, _IONBF, 0);
+  (void)unbuffered;
   const CharByChar mode;
   if (!input_is_waiting()) return false;
   const int c = std::getchar();

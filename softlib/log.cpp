@@ -10,11 +10,11 @@
 
 std::string str_time(bool full) {
   const std::time_t now = std::time(nullptr);
-  std::tm local{};
-  if (localtime_r(&now, &local) == nullptr) return "";
+  const std::tm* local = std::localtime(&now);  // unlike localtime_r() follows a new time zone
+  if (local == nullptr) return "";
   char text[40];
-  const std::size_t len = full ? std::strftime(text, sizeof text, "%d/%m/%Y %X", &local)
-                               : std::strftime(text, sizeof text, "%X", &local);
+  const std::size_t len = full ? std::strftime(text, sizeof text, "%d/%m/%Y %X", local)
+                               : std::strftime(text, sizeof text, "%X", local);
   return {text, len};
 }
 

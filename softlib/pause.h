@@ -6,6 +6,3 @@
 
 /// Sleeps for at least `us` microseconds.
 void pause_us(std::uint32_t us);
-
-/// How long a message about the end of the run stays readable.
-constexpr std::uint32_t kMessagePauseUs = 2'000'000;

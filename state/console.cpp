@@ -1,5 +1,6 @@
 #include "state/console.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <iostream>
 
@@ -16,7 +17,14 @@ void silence_console() {
   std::cerr.rdbuf(nullptr);
 }
 
-void leave(int status) {
+void pause_for_message() {
+  constexpr std::uint32_t kMessagePauseUs = 2'000'000;
   pause_us(kMessagePauseUs);
-  std::exit(status);
 }
+
+int after_pause(int status) {
+  pause_for_message();
+  return status;
+}
+
+void leave(int status) { std::exit(after_pause(status)); }

@@ -18,6 +18,12 @@ std::ostream& say(int level);
 /// Text not flushed before is lost to this process.
 void silence_console();
 
+/// Leaves the last message readable for 2 s.
+void pause_for_message();
+
+/// Leaves the last message readable for 2 s and gives `status` back.
+int after_pause(int status);
+
 /// Leaves the last message readable for 2 s, then ends the process with
 /// `status`. Destructors of the frame do not run: an owned lock file stays.
 [[noreturn]] void leave(int status);

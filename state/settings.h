@@ -1,8 +1,9 @@
 // state/settings.h: the one record of settings that every layer reads.
 //
 // Written at start-up only: defaults, then the configuration file, then the
-// command line. Later writers are request_stop() and the run modes that
-// silence the console or switch the trash off.
+// command line. Later writers are request_stop(), the run modes that silence the
+// console or switch the trash off, and the making of the trash folder, which
+// turns "\" in its path into "/".
 #pragma once
 
 #include <optional>

@@ -1,0 +1,89 @@
+// The mode "daemon": the same passes in the background, without console or
+// keyboard, stopped and frozen through the lock file's record.
+#include <cstdint>
+#include <iostream>
+
+#include "frame/cycle.h"
+#include "frame/run_modes.h"
+#include "frame/start_up.h"
+#include "scan/counters.h"
+#include "send/socket.h"
+#include "softlib/log.h"
+#include "softlib/pause.h"
+#include "state/console.h"
+#include "state/settings.h"
+
+namespace {
+
+constexpr std::uint32_t kPauseStepUs = 500'000;  // `time_rescan` counts half-seconds here
+constexpr std::uint32_t kIdleUs = 100'000;
+constexpr std::uint32_t kBeforeEndUs = 500'000;
+
+void log_plain(const std::string& text) { write_log(settings.logs_name, text, false); }
+
+/// The text is the same whether the folder is empty or not.
+void log_walked(const scan_folder& folder) {
+  if (files_count != 0) {
+    log_plain("\nFolder " + folder.abs_path + " is empty now.\n" + std::to_string(files_count) +
+              " files was transfered.\n");
+  }
+  files_count = 0;
+}
+
+class DaemonRules : public PassRules {
+ public:
+  explicit DaemonRules(Proc& lock) : lock_(lock) { step_us = kPauseStepUs; }
+
+  // a stop request shortens the pauses only: passes go on to their end
+  bool goes_on() override { return true; }
+
+  void before_walk(const scan_folder&) override {}
+
+  bool after_walk(const scan_folder& folder) override {
+    if (folder.remain < 0 && settings.logs != 0) {
+      log_plain("folder " + folder.abs_path + " was not found !!!111.\n");
+    }
+    if (settings.logs > 0) log_walked(folder);
+    return true;
+  }
+
+  bool cuts_pause_short() override { return lock_.terminated(); }
+
+ private:
+  Proc& lock_;
+};
+
+void idle_until_next_cycle(Proc& lock, const CycleClock& clock) {
+  while (clock.has_time_left() && !lock.terminated()) pause_us(kIdleUs);
+}
+
+}  // namespace
+
+int run_daemon(Proc& lock) {
+  if (lock.is_already_run()) {
+    std::cout << "Can't start in daemon! Already running!" << std::endl;
+    return after_pause(kRefused);
+  }
+  pplock = &lock;
+  if (!start_sending()) return kRefused;
+  CycleClock clock;
+  send_close();  // it was a trial: the daemon opens its own
+  say(2) << "start daemon" << std::endl;
+  settings.verboze = 0;
+  lock.daemon_mode();
+  if (send_open() != 0) {
+    if (settings.logs != 0) log_plain("Can't open socket in daemon!");
+    return after_pause(kRefused);
+  }
+
+  DaemonRules rules(lock);
+  while (!lock.if_terminated_unlock()) {
+    make_passes(rules, clock);
+    idle_until_next_cycle(lock, clock);
+    begin_cycle(clock);
+  }
+  pause_us(kBeforeEndUs);
+  lock.clear_own_lock();
+  std::cout << "stop" << std::endl;
+  return shut_down();
+}
