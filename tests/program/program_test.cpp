@@ -1,0 +1,172 @@
+// One scan and cycle mode, seen from outside: files, datagrams, texts, statuses.
+#include <sys/stat.h>
+
+#include <regex>
+#include <sstream>
+
+#include "tests/program/support.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+struct Run : testing::Test {
+  TempDir home;
+  Collector net;
+
+  void SetUp() override {
+    if (const auto missing = missing_right(); !missing.empty()) GTEST_SKIP() << missing;
+    home.write("tarnwick_cfg", "p:" + net.port + "\nf:in\nu:1\nd:1\nc:1\n");
+  }
+};
+
+/// The text with "#" for what differs from run to run.
+std::string masked(const std::string& text) {
+  static const std::regex changing(
+      R"((pid |socket = |0\.0\.1:)\d+|\d\d/\d\d/\d{4} [\d:]{8}|[A-Z]\w\w [ \d]\d \d{4}  [\d:]{8})"
+      R"(|\S*tarnwick_\w{6})");
+  return std::regex_replace(text, changing, "$1#");
+}
+
+/// CRC-32 without the final inversion, bit by bit.
+std::uint64_t crc(const std::string& text) {
+  std::uint32_t value = ~0U;
+  for (std::size_t i = 0; i < text.size() * 8; ++i) {
+    if (i % 8 == 0) value ^= static_cast<unsigned char>(text[i / 8]);
+    value = value >> 1 ^ (value % 2 * 0xEDB88320U);
+  }
+  return value;
+}
+
+struct Case : Run, testing::WithParamInterface<fs::path> {};
+
+const std::vector<fs::path> kCases(fs::directory_iterator(CASES), {});
+INSTANTIATE_TEST_SUITE_P(, Case, testing::ValuesIn(kCases),
+                         [](const auto& test) { return test.param.stem().string(); });
+
+// A case is a file: the options, then all that the run tells and leaves. Words
+// that are no options, which the program ignores, set the scene: "held" (the
+// file is open here), "owner" and "dead owner" (of a lock file that asks for a
+// stop), "pipe" (a named one in the folder), "end_of_input" (at once).
+TEST_P(Case, TellsAndLeavesWhatItShould) {
+  const std::string expected = read_file(GetParam()), file = "in/sub/a.bin";
+  std::istringstream words(expected.substr(0, expected.find('\n')));
+  const auto scene = [&](const char* word) { return words.str().find(word) != std::string::npos; };
+  home.write(file, std::string(2000, 'x'));
+  home.write("list", "127.0.0.1 in " + std::string(70'000, 'd'));
+  const std::ifstream holder(scene("held") ? home.path(file) : "");
+  const std::int32_t record[] = {scene("dead") ? 0x7FFFFFFF : getpid(), 1, 0};
+  const std::string lock(reinterpret_cast<const char*>(record), sizeof record);
+  if (scene("owner")) std::ofstream(home.lock()) << lock;
+  if (scene("pipe")) mkfifo(home.path("in/pipe").c_str(), 0600);
+  Program program(home, {std::istream_iterator<std::string>(words), {}});
+  if (scene("end_of_input")) program.input = Fd();
+  std::ostringstream told;
+  told << words.str() << "\nstatus " << program.wait() << "\n" << masked(program.out());
+  told << "== standard error\n" << program.err();
+  told << "== log\n" << masked(read_file(home.path("tarnwick_logs.txt")));
+  told << "== left\n" << (home.has(file) ? "file\n" : "") << (home.has("in/pipe") ? "pipe\n" : "");
+  if (fs::exists(home.lock())) told << (read_file(home.lock()) == lock ? "lock\n" : "new lock\n");
+  EXPECT_EQ(expected, told.str());
+}
+
+TEST_F(Run, SendsATreeByteForByteAndRemovesIt) {
+  std::map<std::string, std::vector<std::string>> sent;
+  const auto add = [&](const std::string& path, std::size_t size) {
+    std::string& bytes = sent[path].emplace_back(size, '\0');
+    for (char& c : bytes) c = static_cast<char>(random());
+    home.write("in" + path, bytes);
+  };
+  const std::string names[] = {"a b ", "new\nline", "Имя", "\xff\xfe", ".x", "a\\b", "-h", "*"};
+  const std::size_t sizes[] = {0, 1, 1379, 1380, 1381, 2760, 70'000, 2'500'000};
+  for (const std::string folder : {"/", "/a/ b/.c/", "/Папка/", "/\n/\xff/"}) {
+    for (std::size_t i = 0; i < 8; ++i) add(folder + names[i], sizes[i]);
+    for (std::size_t i = 0; i < 60; ++i) add(folder + std::to_string(i), i * 61);
+  }
+  add("/" + std::string(255, 'n'), 50'000'000);
+  Program program(home, {"-a:cp1251"});
+  EXPECT_EQ(0, program.wait());
+  EXPECT_TRUE(fs::is_empty(home.path("in")));
+  auto received = rebuild(net.packets());
+  for (const auto& [path, passes] : sent) EXPECT_TRUE(received[path] == passes) << path;
+}
+
+TEST_F(Run, OrdersPacketsAsConfiguredAndMovesFilesToTheTrash) {
+  const std::string path = home.path("one/под/файл.bin");
+  home.write("one/под/файл.bin", std::string(2765, 'x'));
+  home.write("two/empty", "");
+  home.write("list", "127.0.0.1 one s 1/Вх\n127.0.0.1:" + net.port + " two\n");
+  const auto begin = static_cast<std::uint64_t>(std::time(nullptr));
+  Program program(home, {"-j:list", "-u:2", "-d:2", "-q:3", "-k:1", "-y:a/b"});
+  EXPECT_EQ(0, program.wait());
+  const std::vector<Packet> packets = net.packets();
+  std::string order;
+  for (const Packet& packet : packets) {
+    EXPECT_EQ(packet.bytes.size(), 20 + packet.field(16, 4));
+    const auto number = [&](std::size_t at) { return std::to_string(packet.field(at, 8)); };
+    order += packet.is_service() ? " s" + number(20) + "/" + number(28) : " " + number(8);
+  }
+  ASSERT_EQ(" 0 0 1 s4/4 2 3 s7/7 0 0 s10/10 1 2 s13/13 3 0 s16/2 0 0 s19/5 0", order);
+  EXPECT_EQ(std::vector<std::string>(2, std::string(2765, 'x')), rebuild(packets).rbegin()->second);
+  const Packet& header = packets[0];
+  EXPECT_EQ(2765U, header.field(20, 8));
+  EXPECT_EQ(~std::uint64_t{0}, header.field(28, 8));
+  EXPECT_EQ(1400U, header.field(36, 4));
+  EXPECT_EQ(crc(path), header.field(40, 4));
+  EXPECT_GE(60U, header.field(44, 8) - begin);
+  EXPECT_EQ(std::string(32, '\0') + "\xF4\xE0\xE9\xEB.bin\0s 1/\xC2\xF5/\xEF\xEE\xE4\0\0"s,
+            header.bytes.substr(52));
+  char name[64];
+  std::snprintf(name, sizeof name, "00%08lX%08lX0000%08lX", header.field(44, 4), header.field(0, 4),
+                header.field(40, 4));
+  EXPECT_TRUE(home.has("a/b/"s + name) && !fs::exists(path));
+  EXPECT_EQ(0U, read_file(home.path("a/b/trash_log")).find(name + (" " + path) + "\n"));
+  EXPECT_EQ(0U, program.out().find("a/b/trash_log\na/b/"s + name + "\na/b/trash_log\n"));
+}
+
+TEST_F(Run, PacesDataPacketsAndKeepsTheFileAtEscape) {
+  home.write("in/a", std::string(3'000'000, 'x'));
+  Program program(home, {"-v:1", "-s:10", "-m:1"});
+  ASSERT_TRUE(eventually([&] { return program.out().find("\r20 %") != std::string::npos; }));
+  EXPECT_EQ(2, write(program.input.get(), "q\x1b", 2));
+  EXPECT_EQ(0, program.wait());
+  EXPECT_TRUE(home.has("in/a"));
+  const std::vector<Packet> packets = net.packets();
+  ASSERT_GT(2000U, packets.size());
+  // the header, the first one, has 10 ms to itself; 1 ms for a clock being adjusted
+  EXPECT_LE(packets.size() * 1'130'676 + 7'869'324, packets.back().arrived - packets[0].arrived);
+}
+
+TEST_F(Run, CyclesWithoutKeepingDescriptorsUntilItIsStopped) {
+  fs::create_directory(home.path("in"));
+  Program program(home, {"-m:1", "-v:1", "-l:1"});
+  ASSERT_TRUE(eventually([&] { return program.out().find("d.\n.") != std::string::npos; }));
+  const std::string fds = "/proc/" + std::to_string(program.pid) + "/fd";
+  const auto count = [&] { return std::distance(fs::directory_iterator(fds), {}); };
+  const auto at_start = count();
+  for (int i = 0; i < 40; ++i) home.write("late/" + std::to_string(i) + "/f", "x");
+  fs::rename(home.path("late"), home.path("in/late"));
+  EXPECT_TRUE(eventually([&] { return !home.has("in/late") && count() == at_start; }));
+  const Packet record{0, read_file(home.lock())};
+  EXPECT_EQ(static_cast<std::uint64_t>(program.pid), record.field(0, 4));
+  EXPECT_EQ(std::string(8, '\0'), record.bytes.substr(4));
+  std::fstream(home.lock(), std::ios::in | std::ios::out).seekp(4).put('\1');
+  EXPECT_EQ(0, program.wait());
+  EXPECT_FALSE(fs::exists(home.lock()));
+  EXPECT_TRUE(std::regex_search(program.out(), std::regex("\\.\nExtern terminated! \n\n$")));
+  const std::regex sent("# > Sent file #/in/late/\\d+/f \\(\\d+\\)\n");
+  EXPECT_EQ("Start Tarnwick Server #\n\nsent 0 files \nStop Tarnwick Server  #\n\n",
+            std::regex_replace(masked(read_file(home.path("tarnwick_logs.txt"))), sent, ""));
+}
+
+TEST_F(Run, StartsFromTheConfigurationThatItWrote) {
+  if (fs::exists("/etc/tarnwick_cfg")) GTEST_SKIP() << "/etc/tarnwick_cfg would be read instead";
+  fs::remove(home.path("tarnwick_cfg"));
+  EXPECT_EQ(1, Program(home, {"-h"}).wait());
+  EXPECT_EQ(read_file(FIRST_CONFIG), read_file(home.path("tarnwick_cfg")));
+  home.write("scan_dir/a", std::string(70'000, 'x'));
+  EXPECT_EQ(0, Program(home, {"-p:" + net.port}).wait());
+  EXPECT_EQ(61'440U, net.packets().at(5).bytes.size());  // after five headers
+}
+
+}  // namespace
