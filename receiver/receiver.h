@@ -1,0 +1,108 @@
+// receiver/receiver.h: puts datagrams together to files and settles what becomes
+// of each.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "receiver/datagram.h"
+#include "receiver/events.h"
+#include "receiver/ledger.h"
+#include "receiver/link_loss.h"
+#include "receiver/metrics.h"
+#include "receiver/options.h"
+#include "receiver/stash.h"
+#include "receiver/store.h"
+#include "receiver/transfer.h"
+
+class Receiver {
+ public:
+  /// All are kept by the caller and must outlive it.
+  Receiver(const Options& options, Store& store, Ledger& ledger, Events& events);
+
+  /// Goes on with the transfers that an earlier run left unfinished.
+  void resume();
+
+  /// One datagram. Its bytes must stay until end_batch().
+  void take(const unsigned char* bytes, std::size_t size, const sockaddr_in& from);
+
+  /// Writes what was gathered and delivers what became complete.
+  void end_batch();
+
+  /// What is due by time: unfinished files given up, progress saved, metrics
+  /// written, silence noticed. To be called several times a second.
+  void tick(std::uint64_t kernel_drops);
+
+  /// Saves what is unfinished for the next run, and the metrics.
+  void end(std::uint64_t kernel_drops);
+
+  /// Files delivered in this run.
+  std::uint64_t delivered() const { return metrics_.delivered; }
+
+ private:
+  using Transfers = std::unordered_map<std::uint64_t, Transfer>;
+
+  void look_at_clocks();
+  bool is_allowed(const sockaddr_in& from) const;
+  void take_header(const HeaderPacket& header, const sockaddr_in& from);
+  void take_part(const DataPacket& packet);
+  void begin(const HeaderPacket& header, const sockaddr_in& from);
+  std::string reason_to_refuse(const HeaderPacket& header) const;
+  void feed_from_stash(Transfer& transfer);
+  void resume_one(TransferRecord record);
+
+  void settle(Transfer& transfer);
+  void deliver(Transfer& transfer);
+  void read_delivered_journal(const TransferRecord& record);
+  void give_up(Transfer& transfer, const std::string& why);
+  void fail(Transfer& transfer, const std::string& why);
+  void refuse(TransferRecord record, const std::string& why);
+  void close(std::uint64_t id);
+  void remember(std::uint64_t id);
+  void save(const TransferRecord& record);
+
+  void give_up_the_silent(double now);
+  void save_progress();
+  void tell_kernel_drops(std::uint64_t kernel_drops);
+  void update_metrics(std::uint64_t kernel_drops);
+  void notice_silence(double now);
+  void show_progress(double now);
+
+  const Options& options_;
+  Store& store_;
+  Ledger& ledger_;
+  Events& events_;
+  Metrics metrics_;
+  LinkLoss link_loss_;
+  Stash stash_;
+  Transfers transfers_;
+  std::unordered_set<std::uint64_t> touched_;  ///< in this batch
+
+  // ids whose later packets are ignored; the ledger knows older ones
+  std::unordered_set<std::uint64_t> settled_;
+  std::deque<std::uint64_t> settled_order_;
+
+  double now_;   ///< monotonic, s; as of the last batch or tick
+  double real_;  ///< since 1970, s; at the same time
+  double last_heard_;
+  bool silence_told_ = false;
+  double next_save_ = 0;
+  double next_metrics_ = 0;
+  double next_progress_ = 0;
+  std::uint64_t drops_told_ = 0;
+  std::uint64_t closed_repeated_ = 0;   ///< of transfers that are closed
+  std::uint64_t closed_differing_ = 0;  ///< of transfers that are closed
+  std::uint64_t refusals_told_ = 0;     ///< in the present second
+  double refusal_second_ = 0;
+  std::uint64_t shown_id_ = 0;  ///< of the progress line
+  std::uint64_t shown_bytes_ = 0;
+  double shown_at_ = 0;
+};

@@ -1,0 +1,331 @@
+#include "receiver/report.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "receiver/ranges.h"
+#include "receiver/utf8.h"
+#include "send/wire_format.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using ByteRanges = std::vector<std::pair<std::uint64_t, std::uint64_t>>;  // first, last
+
+constexpr char kLost[] = "lost whole";
+
+ByteRanges byte_ranges(const std::string& missing, std::uint64_t size, std::uint32_t udata_size) {
+  ByteRanges ranges;
+  const std::optional<Ranges> parts = Ranges::parse(missing);
+  if (!parts || udata_size <= kHeaderSize) return ranges;
+  const std::uint64_t part = part_size(udata_size);
+  const std::uint64_t count = part_count(size, udata_size);
+  for (const auto& [first, last] : parts->all()) {
+    if (first == 0 || first > count) continue;  // no part of this file
+    ranges.emplace_back((first - 1) * part, last >= count ? size - 1 : last * part - 1);
+  }
+  return ranges;
+}
+
+ByteRanges byte_ranges(const TransferRecord& record) {
+  return byte_ranges(record.missing, record.size, record.udata_size);
+}
+
+std::string ranges_text(const ByteRanges& ranges) {
+  std::string text;
+  for (const auto& [first, last] : ranges) {
+    if (!text.empty()) text += ", ";
+    text += std::to_string(first) + "-" + std::to_string(last);
+  }
+  return text;
+}
+
+std::string local_time(double seconds) {
+  constexpr double kLatest = 253402300799;  // the year 9999
+  std::array<char, 32> text{};
+  std::tm parts{};
+  const bool tells = seconds >= 0 && seconds <= kLatest;
+  const auto time = static_cast<std::time_t>(tells ? std::floor(seconds) : 0);
+  if (!tells || localtime_r(&time, &parts) == nullptr) return "?";
+  (void)std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts);
+  return text.data();
+}
+
+/// "4.0 %"; a little is never shown as nothing.
+std::string percent(std::uint64_t lost, std::uint64_t of) {
+  const double value = 100.0 * static_cast<double>(lost) / static_cast<double>(of);
+  if (lost > 0 && value < 0.1) return "<0.1 %";
+  std::array<char, 16> text{};
+  (void)std::snprintf(text.data(), text.size(), "%.1f %%", value);
+  return text.data();
+}
+
+/// What one pass brought of a file's parts.
+struct Pass {
+  std::uint64_t fresh = 0;
+  std::uint64_t repeated = 0;
+  std::uint64_t lost = 0;
+  bool ended = true;  ///< false: we stopped looking, or it goes on; `lost` says nothing
+};
+
+std::vector<Pass> passes_of(const TransferRecord& record) {
+  const std::size_t count =
+      std::max(record.received_per_pass.size(), record.repeated_per_pass.size());
+  std::vector<Pass> passes(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    Pass& pass = passes[i];
+    if (i < record.received_per_pass.size()) pass.fresh = record.received_per_pass[i];
+    if (i < record.repeated_per_pass.size()) pass.repeated = record.repeated_per_pass[i];
+    const std::uint64_t seen = pass.fresh + pass.repeated;
+    const bool open = record.outcome == Outcome::kReceiving ||
+                      record.outcome == Outcome::kRefused || record.missing.empty();
+    pass.lost = seen < record.parts ? record.parts - seen : 0;
+    pass.ended = pass.lost == 0 || i + 1 < count || !open;
+  }
+  return passes;
+}
+
+/// "pass 1: 95+0 of 100, 5.0 % lost; pass 2: 5+40 of 100 when complete"
+std::string passes_text(const TransferRecord& record, const std::vector<Pass>& passes) {
+  std::string text;
+  for (std::size_t i = 0; i < passes.size(); ++i) {
+    const Pass& pass = passes[i];
+    if (i > 0) text += "; ";
+    text += "pass " + std::to_string(i + 1) + ": " + std::to_string(pass.fresh) + "+" +
+            std::to_string(pass.repeated) + " of " + std::to_string(record.parts);
+    if (pass.ended) {
+      text += ", " + percent(pass.lost, record.parts) + " lost";
+    } else {
+      text += record.missing.empty() ? " when complete" : " so far";
+    }
+  }
+  return text;
+}
+
+std::string path_of(const TransferRecord& record) {
+  const std::string path = record.folder.empty() ? record.name : record.folder + "/" + record.name;
+  return path.substr(std::min(path.find_first_not_of('/'), path.size()));
+}
+
+/// How many came to which end, and how the line did in the first passes.
+struct Totals {
+  std::map<Outcome, std::uint64_t> outcomes;
+  std::uint64_t bytes = 0;  ///< of delivered files
+  std::uint64_t first_pass_parts = 0;
+  std::uint64_t first_pass_lost = 0;
+
+  std::uint64_t of(Outcome outcome) const {
+    const auto found = outcomes.find(outcome);
+    return found == outcomes.end() ? 0 : found->second;
+  }
+
+  /// "3 delivered, 1 incomplete, 0 refused, 0 receiving"
+  std::string text() const {
+    std::string text;
+    for (const Outcome outcome :
+         {Outcome::kDelivered, Outcome::kIncomplete, Outcome::kRefused, Outcome::kReceiving}) {
+      if (!text.empty()) text += ", ";
+      text += std::to_string(of(outcome)) + " " + outcome_name(outcome);
+    }
+    return text;
+  }
+};
+
+void add(Totals& totals, const TransferRecord& record) {
+  ++totals.outcomes[record.outcome];
+  if (record.outcome == Outcome::kDelivered) totals.bytes += record.size;
+  const std::vector<Pass> passes = passes_of(record);
+  if (passes.empty() || !passes[0].ended || record.parts == 0) return;
+  totals.first_pass_parts += record.parts;
+  totals.first_pass_lost += passes[0].lost;
+}
+
+bool ends_with(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+void print_row(const std::string& time, const std::string& outcome, const std::string& size,
+               const std::string& lost, const std::string& path, std::ostream& out) {
+  std::array<char, 96> text{};
+  (void)std::snprintf(text.data(), text.size(), "%-19s  %-10s  %13s  %7s  ", time.c_str(),
+                      outcome.c_str(), size.c_str(), lost.c_str());
+  out << text.data() << path << "\n";
+}
+
+void print_details(const TransferRecord& record, const std::vector<Pass>& passes,
+                   std::ostream& out) {
+  constexpr char kIndent[] = "    ";
+  const bool plain =
+      passes.size() == 1 && passes[0].fresh == record.parts && passes[0].repeated == 0;
+  if (!plain && !passes.empty() && record.parts > 0) {
+    out << kIndent << passes_text(record, passes) << "\n";
+  }
+  const std::string missing = ranges_text(byte_ranges(record));
+  if (!missing.empty()) out << kIndent << "missing bytes " << missing << "\n";
+  if (record.differing > 0) {
+    out << kIndent << record.differing << " repeated parts came with other bytes than before\n";
+  }
+  if (!record.why.empty()) out << kIndent << printable(record.why) << "\n";
+  if (!record.delivered_to.empty() && !ends_with(record.delivered_to, "/" + path_of(record))) {
+    out << kIndent << "delivered as " << printable(record.delivered_to) << "\n";
+  }
+}
+
+void print_transfer(const TransferRecord& record, std::ostream& out) {
+  const std::vector<Pass> passes = passes_of(record);
+  const bool told = !passes.empty() && passes[0].ended && record.parts > 0;
+  print_row(local_time(record.first_packet), outcome_name(record.outcome),
+            std::to_string(record.size), told ? percent(passes[0].lost, record.parts) : "-",
+            printable(path_of(record)) +
+                (record.file_kind == kKindTrashJournal ? "  (trash journal)" : ""),
+            out);
+  print_details(record, passes, out);
+}
+
+std::string hex(std::uint64_t value, int digits) {
+  std::array<char, 17> text{};
+  (void)std::snprintf(text.data(), text.size(), "%0*llX", digits,
+                      static_cast<unsigned long long>(value));
+  return text.data();
+}
+
+/// In ASCII, so that no control character gets through in a name.
+void print_json(const Json& object, std::ostream& out) {
+  out << object.dump(-1, ' ', true, Json::error_handler_t::replace) << "\n";
+}
+
+Json json_of(const TransferRecord& record) {
+  return {{"id", hex(record.id, 16)},
+          {"outcome", outcome_name(record.outcome)},
+          {"why", record.why},
+          {"name", record.name},
+          {"folder", record.folder},
+          {"size", record.size},
+          {"file_kind", record.file_kind},
+          {"send_time", record.send_time},
+          {"path_crc", hex(record.path_crc, 8)},
+          {"source", record.source},
+          {"first_packet", record.first_packet},
+          {"last_packet", record.last_packet},
+          {"udata_size", record.udata_size},
+          {"parts", record.parts},
+          {"received", record.received},
+          {"repeated", record.repeated},
+          {"differing", record.differing},
+          {"received_per_pass", record.received_per_pass},
+          {"repeated_per_pass", record.repeated_per_pass},
+          {"missing_bytes", byte_ranges(record)},
+          {"delivered_to", record.delivered_to}};
+}
+
+std::uint64_t print_transfers(Ledger& ledger, const ReportOptions& options, std::ostream& out) {
+  Totals totals;
+  const std::vector<TransferRecord> records =
+      ledger.all(options.incomplete ? std::optional<Outcome>(Outcome::kIncomplete) : std::nullopt);
+  if (!options.json && !records.empty()) {
+    print_row("first packet", "outcome", "bytes", "lost", "path", out);
+  }
+  for (const TransferRecord& record : records) {
+    add(totals, record);
+    options.json ? print_json(json_of(record), out) : print_transfer(record, out);
+  }
+  if (!options.json) {
+    out << records.size() << " transfers: " << totals.text() << "; " << totals.bytes
+        << " bytes delivered";
+    if (totals.first_pass_parts > 0) {
+      out << "; first passes lost " << totals.first_pass_lost << " of " << totals.first_pass_parts
+          << " parts, " << percent(totals.first_pass_lost, totals.first_pass_parts);
+    }
+    out << "\n";
+  }
+  return records.size() - totals.of(Outcome::kDelivered);
+}
+
+/// " (missing bytes 0-1379; why)"; "" if nothing is known.
+std::string reason(const TransferRecord& record) {
+  const std::string ranges = ranges_text(byte_ranges(record));
+  std::string text = ranges.empty() ? "" : "missing bytes " + ranges;
+  if (!record.why.empty()) text += (text.empty() ? "" : "; ") + printable(record.why);
+  return text.empty() ? "" : " (" + text + ")";
+}
+
+void print_missing_path(const JournalMatch& match, bool json, std::ostream& out) {
+  const bool lost = !match.transfer;
+  const std::string outcome = lost ? kLost : outcome_name(match.transfer->outcome);
+  if (!json) {
+    out << outcome << ": " << printable(match.entry.path) << (lost ? "" : reason(*match.transfer))
+        << "\n";
+    return;
+  }
+  Json object = {{"path", match.entry.path},
+                 {"outcome", outcome},
+                 {"send_time", match.entry.send_time},
+                 {"id_low", hex(match.entry.id_low, 8)},
+                 {"path_crc", hex(match.entry.path_crc, 8)}};
+  if (!lost) object["transfer"] = json_of(*match.transfer);
+  print_json(object, out);
+}
+
+bool is_delivered(const JournalMatch& match) {
+  return match.transfer && match.transfer->outcome == Outcome::kDelivered;
+}
+
+/// Where in the journals each path was last delivered.
+std::map<std::string, std::size_t> last_deliveries(const std::vector<JournalMatch>& matches) {
+  std::map<std::string, std::size_t> last;
+  for (std::size_t i = 0; i < matches.size(); ++i) {
+    if (is_delivered(matches[i])) last[matches[i].entry.path] = i;
+  }
+  return last;
+}
+
+std::uint64_t print_missing(Ledger& ledger, bool json, std::ostream& out) {
+  const std::vector<JournalMatch> matches = ledger.match_journal();
+  const std::map<std::string, std::size_t> delivered = last_deliveries(matches);
+  Totals totals;
+  std::uint64_t lost = 0;
+  std::uint64_t made_good = 0;
+  for (std::size_t i = 0; i < matches.size(); ++i) {
+    const auto last = delivered.find(matches[i].entry.path);
+    if (last != delivered.end() && last->second > i && !is_delivered(matches[i])) {
+      ++made_good;
+      continue;
+    }
+    matches[i].transfer ? add(totals, *matches[i].transfer) : void(++lost);
+    if (!is_delivered(matches[i])) print_missing_path(matches[i], json, out);
+  }
+  if (json) {
+    if (matches.empty()) print_json({{"journal_entries", 0}}, out);
+  } else if (matches.empty()) {
+    out << "No trash journal of the sender has come yet: which files were lost whole is not "
+           "known.\n";
+  } else {
+    out << matches.size() << " files in the journals: " << totals.text() << ", " << lost << " "
+        << kLost;
+    if (made_good > 0) out << ", " << made_good << " failed but delivered when sent again";
+    out << "\nFiles sent after the last journal that came are not among them.\n";
+  }
+  return matches.size() - totals.of(Outcome::kDelivered) - made_good;
+}
+
+}  // namespace
+
+std::uint64_t print_report(Ledger& ledger, const ReportOptions& options, std::ostream& out) {
+  const std::uint64_t count = options.missing ? print_missing(ledger, options.json, out)
+                                              : print_transfers(ledger, options, out);
+  const std::string error = ledger.read_error();
+  if (error.empty()) return count;
+  options.json ? print_json({{"error", error}}, out) : void(out << printable(error) << "\n");
+  return std::max<std::uint64_t>(count, 1);
+}
+
+std::string missing_bytes(const std::string& missing, std::uint64_t size,
+                          std::uint32_t udata_size) {
+  return ranges_text(byte_ranges(missing, size, udata_size));
+}
