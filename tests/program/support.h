@@ -55,12 +55,15 @@ inline std::string read_file(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// The working folder of a program, removed at the end. Its own name is the
-/// program's name, so the lock file is unique too.
+/// The working folder of a program. Its own name is the program's name, so the
+/// lock file is unique too. Both are removed at the end.
 class TempDir {
  public:
   TempDir() { EXPECT_NE(nullptr, mkdtemp(path_.data())); }
-  ~TempDir() { fs::remove_all(path_); }
+  ~TempDir() {
+    fs::remove_all(path_);
+    fs::remove(lock());
+  }
   TempDir(TempDir&&) = delete;
 
   std::string path(const std::string& name) const { return path_ + "/" + name; }
@@ -78,12 +81,10 @@ class TempDir {
   std::string path_ = fs::canonical(fs::temp_directory_path()) / "tarnwick_XXXXXX";
 };
 
-/// A running program; at the end it is killed if need be, and its lock file
-/// removed.
+/// A running program; at the end it is killed if need be.
 class Program {
  public:
-  Program(const TempDir& home, std::vector<std::string> options, const char* locale = "C.UTF-8")
-      : lock_(home.lock()) {
+  Program(const TempDir& home, std::vector<std::string> options, const char* locale = "C.UTF-8") {
     int ends[2];
     EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
     const Fd its_input(ends[0]);
@@ -105,7 +106,6 @@ class Program {
   ~Program() {
     if (status_ == -1) kill(pid, SIGKILL);
     wait();
-    fs::remove(lock_);
   }
 
   /// The exit status, or the signal as a negative number; -1 after 60 s.
@@ -126,7 +126,6 @@ class Program {
   const std::string kOpened = "/proc/self/fd/";
   Fd out_{memfd_create("stdout", MFD_CLOEXEC)};
   Fd err_{memfd_create("stderr", MFD_CLOEXEC)};
-  std::string lock_;
   int status_ = -1;  ///< as waitpid() gives it; -1 until then
 };
 

@@ -1,0 +1,103 @@
+// Names, packets, pace and transfers, with datagrams on 127.0.0.1.
+#include "send/code_page.h"
+#include "send/crc32.h"
+#include "send/pacing.h"
+#include "send/send_file.h"
+#include "send/service_packet.h"
+#include "send/socket.h"
+#include "send/trash.h"
+#include "send/wire_format.h"
+#include "tests/support.h"
+
+using namespace std::string_literals;
+
+struct Sending : StateTest {
+  Sending() {
+    folder.ip = "127.0.0.1";
+    cur_folder = &folder;
+    sockaddr_in at = receiver_address(folder);
+    socklen_t len = sizeof at;
+    bind(receiver.get(), reinterpret_cast<sockaddr*>(&at), len);
+    getsockname(receiver.get(), reinterpret_cast<sockaddr*>(&at), &len);
+    folder.port = ntohs(at.sin_port);
+    sock = transmitter.get();
+    connect(sock, reinterpret_cast<sockaddr*>(&at), len);
+  }
+
+  int send(const std::string& content) { return SendFile(dir.file("f", content), "", kKindFile); }
+
+  /// What came since the last call: a part's number, 0 for a header, S and the folder's count.
+  std::string received() {
+    ::send(sock, "", 0, 0);  // comes last
+    std::string kinds;
+    unsigned char p[65536];
+    for (ssize_t n; (n = recv(receiver.get(), p, sizeof p, 0)) > 0; kinds += " ") {
+      const auto number = [&p](std::size_t at) { return get_le<std::uint64_t>(p + at); };
+      EXPECT_EQ(n - 20, get_le<std::uint32_t>(p + kDataLenAt));
+      if (number(8) != 0) payload.append(p + 20, p + n);
+      if (number(0) == kServiceId) kinds += "S";
+      kinds += std::to_string(number(number(0) == kServiceId ? kSendCntAt : kPartNoAt));
+    }
+    return kinds;
+  }
+
+  Fd receiver{socket(AF_INET, SOCK_DGRAM, 0)}, transmitter{socket(AF_INET, SOCK_DGRAM, 0)};
+  scan_folder folder;
+  std::string payload;
+};
+
+TEST_F(Sending, PacketsNamesAndIntervalsMatchTheirWorkedValues) {
+  use_charset("UTF-8"), settings.udata_size = 61440;
+  const file_info info{0x1122334412345678, 0x0102030405, crc32_str("123456789"), 0x6553F100, 1};
+  const auto packet = build_header_packet(info, "/out/имя.日x", destination_path("in", "a/b"));
+  EXPECT_EQ(
+      "\x78\x56\x34\x12\x44\x33\x22\x11\0\0\0\0\0\0\0\0\x4D\0\0\0\x05\x04\x03\x02\x01\0\0\0"
+      "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\0\xF0\0\0\xD9\xC6\x0B\x34\0\xF1\x53\x65\0\0\0\0\x01\0"s +
+          std::string(30, '\0') + "\xE8\xEC\xFF.\0in/a/b\0\0"s,
+      std::string(packet.begin(), packet.end()));
+  EXPECT_EQ(84U + 8191 + 2, build_header_packet(info, std::string(9000, 'a'), "").size());
+  use_charset("no-such-set");
+  EXPECT_EQ("\xE8\x98", fname_to_send("\xE8\x98"));
+  EXPECT_EQ("006553F100123456780000340BC6D9/a", trash_name(info) + destination_path("", "a"));
+  EXPECT_TRUE(int2hex(-1, 10) == "00FFFFFFFF" && crc32_str("") == -1);
+  EXPECT_TRUE(line_bits(1400) == 11856 && line_bits(1443) == 12200 && line_bits(1444) == 12576);
+  EXPECT_TRUE(line_bits(65507) == 540904 && to_delay(packet_interval(61440, 95)) == 5092259);
+  EXPECT_TRUE(to_delay(0 / 0.) == 0 && to_delay(-1) == 0 && to_delay(1e300) == ~std::uint64_t{0});
+  EXPECT_TRUE(due_after_step(61, 50, 10) == 60 && due_after_step(55, 50, 10) == 55);
+}
+
+TEST_F(Sending, SendsHeadersAndPartsInEveryPassAndCountsThem) {
+  const std::string content = std::string(1380, 'a') + std::string(1380, 'b');
+  EXPECT_EQ(kSent, send(content));
+  EXPECT_EQ("0 0 0 0 0 1 2 0 0 0 0 0 1 2 ", received());
+  EXPECT_TRUE(payload == content + content && pauses == Pauses(10, 10000));
+  settings.send_serv = settings.head_send = settings.data_send = 1;
+  EXPECT_TRUE(send(content + "x") == kSent && send("") == kSent);
+  EXPECT_EQ("0 S2 1 S4 2 S6 3 S8 0 S10 ", received());
+  settings.send_serv = 100;
+  for (all_send_cnt = folder.send_cnt = 0; all_send_cnt < 100;) serv_pack_send();
+  EXPECT_EQ("S101 ", received());
+  for (settings.send_serv = -1; settings.send_serv < 1; ++settings.send_serv) serv_pack_send();
+  EXPECT_TRUE(received().empty() && all_send_cnt == 102);  // 0 does not even count
+}
+
+TEST_F(Sending, SendsOnlyWhatCanGoOutWhole) {
+  const std::string f = dir.path("f"), pipe = dir.path("pipe");
+  EXPECT_EQ(0, mkfifo(pipe.c_str(), 0600));
+  for (const auto& path : {dir.root, pipe, f, std::string()})
+    EXPECT_EQ(kNotSent, SendFile(path, "", 0)) << path;
+  const std::function<void()> changes[] = {
+      [&] { fs::resize_file(f, 1); }, [&] { fs::resize_file(f, 4000); },
+      [&] { fs::last_write_time(f, {}); }, [&] { fs::rename(dir.file("g"), f); }};
+  for (const auto& change : changes) {
+    on_pause = [&](std::uint32_t) { change(); };
+    EXPECT_EQ(kNotSent, send(std::string(3000, 'x'))) << &change - changes;
+  }
+  on_pause = [](std::uint32_t) {};
+  settings.trash_active = 1, settings.trash_path = dir.file("blocked");
+  EXPECT_TRUE(send("") == kSent && dir.exists("f"));  // stays where it can't be moved
+  settings.head_send = 0;
+  EXPECT_EQ(kNotSent, send("x"));
+  settings.head_send = 1, settings.data_send = 0;
+  EXPECT_EQ(kNotSent, send("x"));
+}

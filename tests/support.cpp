@@ -1,0 +1,23 @@
+#include "tests/support.h"
+
+#include <fstream>
+
+TempDir::TempDir() { root = fs::canonical(mkdtemp(root.data())); }
+
+TempDir::~TempDir() { fs::remove_all(root); }
+
+std::string TempDir::file(const std::string& name, const std::string& content) const {
+  fs::create_directories(fs::path(path(name)).parent_path());
+  std::ofstream(path(name)) << content;
+  return path(name);
+}
+
+std::string contents(const std::string& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void show_all() {
+  std::cout.rdbuf(std::cerr.rdbuf());
+  on_pause = [](std::uint32_t us) { std::cerr << "[" << us << "]"; };
+}

@@ -1,0 +1,53 @@
+// tests/support.h: what the unit tests share.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <iostream>
+
+#include "state/settings.h"
+
+namespace fs = std::filesystem;
+using Pauses = std::vector<std::uint32_t>;
+
+// From fakes.cpp, where pause_us() does not sleep.
+extern Pauses pauses;                                ///< all of them, us
+extern std::function<void(std::uint32_t)> on_pause;  ///< what happens meanwhile
+
+/// A folder of its own, spelled as /proc does, removed on every way out.
+struct TempDir {
+  TempDir();
+  ~TempDir();
+  std::string path(const std::string& name) const { return root + "/" + name; }
+  bool exists(const std::string& name) const { return fs::exists(path(name)); }
+  /// Writes a file anew, with the folders above it; gives its path.
+  std::string file(const std::string& name, const std::string& content = "x") const;
+
+  std::string root = fs::temp_directory_path() / "tarnwick_test_XXXXXX";
+};
+
+/// All bytes of a file; "" if there is none.
+std::string contents(const std::string& path);
+
+/// Sends std::cout to standard error, and there every pause as "[us]".
+void show_all();
+
+/// The process ends with status 1, having written just `text`, pauses included.
+#define EXPECT_FATAL(statement, text) \
+  EXPECT_EXIT((show_all(), statement), testing::ExitedWithCode(1), testing::Eq(text))
+
+/// Starts each test from the defaults; std::cout goes to `console`.
+struct StateTest : testing::Test {
+  StateTest() {
+    settings = Settings{};
+    pauses.clear();
+    on_pause = [](std::uint32_t) {};
+  }
+  ~StateTest() override { std::cout.rdbuf(kept); }
+
+  TempDir dir;
+  std::ostringstream console;
+  std::streambuf* const kept = std::cout.rdbuf(console.rdbuf());
+};
