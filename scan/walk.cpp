@@ -37,6 +37,12 @@ std::int32_t visit_sub_folder(const std::string& folder, const std::string& name
   return dir_is_empty(folder, name) && remove_dir(folder, name) == 1 ? 0 : 1;
 }
 
+/// A folder that can be opened, also through a link. Where the entry says that it
+/// is a regular file there is no need to try.
+bool is_sub_folder(const std::string& folder, const dirent& entry) {
+  return entry.d_type != DT_REG && is_dir(folder, entry.d_name);
+}
+
 }  // namespace
 
 std::int32_t scan_dir(const std::string& parent, const std::string& name) {
@@ -46,7 +52,7 @@ std::int32_t scan_dir(const std::string& parent, const std::string& name) {
   std::int32_t count = 0;
   while (const dirent* entry = readdir(stream.get())) {
     if (is_dot_entry(entry->d_name)) continue;
-    const std::int32_t left = is_dir(folder, entry->d_name)
+    const std::int32_t left = is_sub_folder(folder, *entry)
                                   ? visit_sub_folder(folder, entry->d_name)
                                   : visit_file(folder, entry->d_name);
     if (left < 0) return left;

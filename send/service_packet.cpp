@@ -12,6 +12,9 @@ std::uint64_t all_send_cnt = 0;
 
 namespace {
 
+/// A negative interval is a huge unsigned one: never due.
+std::uint64_t interval() { return static_cast<std::uint64_t>(settings.send_serv); }
+
 void count_datagram() {
   ++cur_folder->send_cnt;
   ++all_send_cnt;
@@ -19,11 +22,15 @@ void count_datagram() {
 
 }  // namespace
 
+std::uint64_t datagrams_to_service() {
+  if (settings.send_serv == 0) return ~std::uint64_t{0};
+  return interval() - all_send_cnt % interval();
+}
+
 void serv_pack_send() {
   if (settings.send_serv == 0) return;
   count_datagram();
-  // a negative interval is a huge unsigned one: never due
-  if (all_send_cnt % static_cast<std::uint64_t>(settings.send_serv) != 0) return;
+  if (all_send_cnt % interval() != 0) return;
   count_datagram();  // the service packet itself, which carries the new counts
   std::array<unsigned char, kServicePacketSize> packet{};
   put_header(packet.data(), kServiceId, 0, kServicePacketSize - kHeaderSize);

@@ -7,6 +7,10 @@
 /// 0 while `send_serv` is 0.
 extern std::uint64_t all_send_cnt;
 
+/// How many more datagrams go out before a service packet is due; huge if none
+/// ever is.
+std::uint64_t datagrams_to_service();
+
 /// To be called after each datagram that was sent: counts it and, behind every
 /// `send_serv`-th, sends a service packet. A failed one is not reported.
 void serv_pack_send();

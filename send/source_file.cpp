@@ -25,15 +25,20 @@ SourceFile::SourceFile(const std::string& path) {
 
 void SourceFile::rewind() const { lseek(fd_.get(), 0, SEEK_SET); }
 
-bool SourceFile::read(unsigned char* to, std::size_t len) const {
-  while (len > 0) {
-    const ssize_t got = ::read(fd_.get(), to, len);
+std::uint64_t SourceFile::read(iovec* places, std::size_t count) const {
+  std::uint64_t total = 0;
+  while (count > 0) {
+    const ssize_t got = readv(fd_.get(), places, static_cast<int>(count));
     if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) return false;
-    to += got;
-    len -= static_cast<std::size_t>(got);
+    if (got <= 0) break;
+    total += static_cast<std::uint64_t>(got);
+    auto filled = static_cast<std::size_t>(got);
+    for (; count > 0 && filled >= places->iov_len; ++places, --count) filled -= places->iov_len;
+    if (count == 0) break;
+    places->iov_base = static_cast<unsigned char*>(places->iov_base) + filled;
+    places->iov_len -= filled;
   }
-  return true;
+  return total;
 }
 
 bool SourceFile::differs_from(const FileStamp& before, const std::string& path) const {

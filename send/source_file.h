@@ -2,6 +2,8 @@
 // that no byte goes out that was not read.
 #pragma once
 
+#include <sys/uio.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -33,8 +35,9 @@ class SourceFile {
   /// Back to the first byte.
   void rewind() const;
 
-  /// Reads exactly `len` bytes; false if the file yields fewer.
-  bool read(unsigned char* to, std::size_t len) const;
+  /// Reads on into the `count` places at `places`, which it changes; gives the
+  /// number of bytes read: fewer than fit only if the file yields no more.
+  std::uint64_t read(iovec* places, std::size_t count) const;
 
   /// True if the file that is open, or the one that `path` names by now, is not
   /// as it was in `before`. A file that is gone by name has not changed.

@@ -7,6 +7,7 @@
 #include <ostream>
 
 #include "send/pacing.h"
+#include "send/segments.h"
 #include "send/service_packet.h"
 #include "send/socket.h"
 #include "send/stop_check.h"
@@ -19,7 +20,6 @@
 namespace {
 
 constexpr std::uint32_t kAfterHeaderUs = 10'000;
-constexpr std::size_t kWorkBufferSize = 65'536;
 constexpr int kProgressStep = 5;  // percent
 
 /// Shows how far a pass is, in steps of 5 % where there are that many parts.
@@ -53,7 +53,7 @@ Transfer::Transfer(const std::string& path, const std::string& pth, const Source
       header_(build_header_packet(info, path, pth)),
       parts_(part_count(static_cast<std::uint64_t>(info.file_size),
                         static_cast<std::uint32_t>(settings.udata_size))),
-      work_(kWorkBufferSize) {}
+      parts_buffer_(info.transfer_id, static_cast<std::uint32_t>(settings.udata_size)) {}
 
 int Transfer::send_pass() {
   if (const int result = send_headers(); result != kSent) return result;
@@ -74,37 +74,61 @@ int Transfer::send_headers() {
 }
 
 int Transfer::send_data() {
-  const std::uint32_t full = part_size(static_cast<std::uint32_t>(settings.udata_size));
   auto left = static_cast<std::uint64_t>(info_.file_size);
   Progress progress;
   file_.rewind();
   std::uint64_t due = GetNanoTime() + delay_target;
-  for (std::uint64_t part_no = 1; left > 0; ++part_no) {
-    if (is_paced()) due = wait_until(due) + delay_target;
-    const auto len = static_cast<std::uint32_t>(std::min<std::uint64_t>(left, full));
-    if (const int result = send_part(part_no, len); result != kSent) return result;
-    left -= len;
+  std::uint64_t part_no = 1;
+  while (left > 0) {
+    const std::size_t wanted = next_batch(part_no);
+    // read before the wait: what the disk takes must not make the packet late
+    const std::size_t count = parts_buffer_.fill(file_, part_no, wanted, left);
+    if (is_paced() && count > 0) due = wait_until(due) + delay_target;
+    if (const int result = send_parts(count); result != kSent) return result;
+    if (count < wanted) {
+      say(1) << "\nFile " << path_ << " could not be read as far as it was measured.";
+      return kNotSent;
+    }
+    left -= parts_buffer_.payload(count);
+    part_no += count;
     if (settings.verboze > 0) {
-      progress.show(part_no, parts_);
+      progress.show(part_no - 1, parts_);
       if (escape_was_pressed()) return kEscape;
     }
   }
   return kSent;
 }
 
-int Transfer::send_part(std::uint64_t part_no, std::uint32_t len) {
-  unsigned char* data = put_header(work_.data(), info_.transfer_id, part_no, len);
-  if (!file_.read(data, len)) {
-    say(1) << "\nFile " << path_ << " could not be read as far as it was measured.";
-    return kNotSent;
+/// Parts that may go out in one call: more than one where nothing has to happen
+/// between them.
+std::size_t Transfer::next_batch(std::uint64_t part_no) const {
+  if (is_paced() || settings.verboze > 0 || !segments_are_usable()) return 1;
+  const std::uint64_t most = std::min(parts_ - part_no + 1, datagrams_to_service());
+  return static_cast<std::size_t>(std::min<std::uint64_t>(most, parts_buffer_.room()));
+}
+
+int Transfer::send_parts(std::size_t count) {
+  if (count > 1) {
+    const std::size_t size = parts_buffer_.payload(count) + count * kHeaderSize;
+    const auto segment = static_cast<std::uint16_t>(settings.udata_size);
+    const ssize_t sent = send_segments(parts_buffer_.datagram(0), size, segment, to_);
+    if (sent >= 0 || segments_are_usable()) return settle_send(sent, size, count);
   }
-  const std::size_t size = kHeaderSize + len;
-  const ssize_t sent = send(work_.data(), size);
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t size = parts_buffer_.size(i);
+    const int result = settle_send(send(parts_buffer_.datagram(i), size), size, 1);
+    if (result != kSent) return result;
+  }
+  return kSent;
+}
+
+/// Reports a failed or short send, or counts the `count` datagrams that went out.
+int Transfer::settle_send(ssize_t sent, std::size_t size, std::size_t count) {
   if (sent < 0) return report_send_error("\nError sendto(): ");
   if (static_cast<std::size_t>(sent) < size) {
     return report_send_error("\nError sendto() (sent size < try size): ");
   }
-  count_sent();
+  for (std::size_t i = 0; i < count; ++i) count_sent();
   return kSent;
 }
 

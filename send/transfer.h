@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "send/header_packet.h"
+#include "send/part_buffer.h"
 #include "send/source_file.h"
 
 // Results of a pass and of SendFile().
@@ -35,7 +36,9 @@ class Transfer {
  private:
   int send_headers();
   int send_data();
-  int send_part(std::uint64_t part_no, std::uint32_t len);
+  std::size_t next_batch(std::uint64_t part_no) const;
+  int send_parts(std::size_t count);
+  int settle_send(ssize_t sent, std::size_t size, std::size_t count);
   ssize_t send(const unsigned char* packet, std::size_t size) const;
   void count_sent();
 
@@ -45,6 +48,6 @@ class Transfer {
   const file_info& info_;
   const std::vector<unsigned char> header_;
   const std::uint64_t parts_;
-  std::vector<unsigned char> work_;
+  PartBuffer parts_buffer_;
   std::int64_t send_packs_ = 0;
 };
