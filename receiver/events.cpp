@@ -9,6 +9,7 @@
 #include "receiver/names.h"
 #include "receiver/ranges.h"
 #include "receiver/report.h"
+#include "receiver/utf8.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ using Json = nlohmann::json;
 std::string shown(const TransferRecord& record) {
   std::string path;
   for (const std::string& folder : safe_folders(record.folder)) path += folder + "/";
-  return path + safe_name(record.name);
+  return printable(path + safe_name(record.name));
 }
 
 Json event(const char* name, const TransferRecord& record) {
@@ -36,7 +37,7 @@ Json event(const char* name, const TransferRecord& record) {
 }
 
 std::string to_line(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return json.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
 std::string missing_text(const TransferRecord& record) {
@@ -59,7 +60,7 @@ void Events::delivered(const TransferRecord& record) {
     json["differing"] = record.differing;
     return line(to_line(json));
   }
-  line("delivered " + record.delivered_to + " (" + std::to_string(record.size) + " bytes)");
+  line("delivered " + printable(record.delivered_to) + " (" + std::to_string(record.size) + " bytes)");
   if (record.differing > 0) {
     warning(shown(record) + ": " + std::to_string(record.differing) +
             " repeated parts held other bytes than what is stored");
@@ -75,7 +76,7 @@ void Events::incomplete(const TransferRecord& record, const std::string& kept_as
     return line(to_line(json));
   }
   line("INCOMPLETE " + shown(record) + ": " + record.why + ", missing bytes " +
-       missing_text(record) + (kept_as.empty() ? "" : ", kept as " + kept_as));
+       missing_text(record) + (kept_as.empty() ? "" : ", kept as " + printable(kept_as)));
 }
 
 void Events::refused(const TransferRecord& record) {

@@ -242,7 +242,7 @@ class SqliteLedger : public Ledger {
       return text_of_failure("the last records are lost");
     }
     if (execute("COMMIT")) return "";
-    const std::string error = write_error();
+    std::string error = write_error();
     (void)execute("ROLLBACK");  // fails where COMMIT did that already
     return error;
   }
@@ -267,14 +267,14 @@ class SqliteLedger : public Ledger {
     // a savepoint is a transaction of its own, or part of the one begun
     if (!execute("SAVEPOINT journal")) return write_error();
     for (const JournalEntry& entry : entries) {
-      const std::string error = add_entry(entry);
+      std::string error = add_entry(entry);
       if (error.empty()) continue;
       (void)execute("ROLLBACK TO journal");  // fails where a full disk did that already
       (void)execute("RELEASE journal");
       return error;
     }
     if (execute("RELEASE journal")) return "";
-    const std::string error = write_error();
+    std::string error = write_error();
     (void)execute("ROLLBACK TO journal");
     (void)execute("RELEASE journal");
     return error;
@@ -361,7 +361,9 @@ std::optional<int> number_of(sqlite3* db, const char* sql) {
 
 std::string error_of(sqlite3* db) {
   if (db == nullptr) return "out of memory";
-  const int cause = sqlite3_errcode(db) == SQLITE_CANTOPEN ? sqlite3_system_errno(db) : 0;
+  const int code = sqlite3_errcode(db);
+  const bool by_system = code == SQLITE_CANTOPEN || code == SQLITE_IOERR;
+  const int cause = by_system ? sqlite3_system_errno(db) : 0;
   return cause != 0 ? std::strerror(cause) : sqlite3_errmsg(db);
 }
 
@@ -382,7 +384,7 @@ std::string check_schema(sqlite3* db, int& schema) {
 /// "", or why the file can't be written. Creates the tables of a new one.
 std::string make_ready(sqlite3* db) {
   int schema = 0;
-  const std::string error = check_schema(db, schema);
+  std::string error = check_schema(db, schema);
   if (!error.empty()) return error;
   if (sqlite3_db_readonly(db, "main") != 0) return "it can't be written to";
   // with WAL a commit needs no sync, and reports read while the receiver writes

@@ -351,7 +351,9 @@ void Receiver::save_progress() {
     if (std::exchange(transfer.unsaved, false)) save(transfer.record());
   }
   const std::string error = ledger_.commit();
-  if (!error.empty()) events_.warning("ledger: " + error);
+  if (error.empty()) return;
+  events_.warning("ledger: " + error);
+  for (auto& [id, transfer] : transfers_) transfer.unsaved = true;  // nothing was kept
 }
 
 void Receiver::update_metrics(std::uint64_t kernel_drops) {

@@ -173,7 +173,7 @@ void print_details(const TransferRecord& record, const std::vector<Pass>& passes
   }
   if (!record.why.empty()) out << kIndent << printable(record.why) << "\n";
   if (!record.delivered_to.empty() && !ends_with(record.delivered_to, "/" + path_of(record))) {
-    out << kIndent << "delivered as " << printable(record.delivered_to) << "\n";
+    out << kIndent << "kept as " << printable(record.delivered_to) << "\n";
   }
 }
 
@@ -236,8 +236,8 @@ std::uint64_t print_transfers(Ledger& ledger, const ReportOptions& options, std:
     options.json ? print_json(json_of(record), out) : print_transfer(record, out);
   }
   if (!options.json) {
-    out << records.size() << " transfers: " << totals.text() << "; " << totals.bytes
-        << " bytes delivered";
+    out << records.size() << (records.size() == 1 ? " transfer: " : " transfers: ") << totals.text()
+        << "; " << totals.bytes << " bytes delivered";
     if (totals.first_pass_parts > 0) {
       out << "; first passes lost " << totals.first_pass_lost << " of " << totals.first_pass_parts
           << " parts, " << percent(totals.first_pass_lost, totals.first_pass_parts);
@@ -306,8 +306,8 @@ std::uint64_t print_missing(Ledger& ledger, bool json, std::ostream& out) {
     out << "No trash journal of the sender has come yet: which files were lost whole is not "
            "known.\n";
   } else {
-    out << matches.size() << " files in the journals: " << totals.text() << ", " << lost << " "
-        << kLost;
+    out << matches.size() << (matches.size() == 1 ? " file" : " files")
+        << " in the journals: " << totals.text() << ", " << lost << " " << kLost;
     if (made_good > 0) out << ", " << made_good << " failed but delivered when sent again";
     out << "\nFiles sent after the last journal that came are not among them.\n";
   }

@@ -321,10 +321,10 @@ Delivery Store::place(std::uint64_t id, int fd, int folder, const std::string& p
 }
 
 bool Store::move_here(std::uint64_t id, int fd, int folder, std::string& name, bool numbered) {
-  struct stat part {};
-  struct stat target {};
-  if (fstat(fd, &part) != 0 || fstat(folder, &target) != 0) return false;
-  if (part.st_dev != target.st_dev) return copy_here(id, fd, folder, name, numbered);
+  struct stat from {};  // the folder: an overlay's files may show another device
+  struct stat to {};
+  if (fstat(parts_.get(), &from) != 0 || fstat(folder, &to) != 0) return false;
+  if (from.st_dev != to.st_dev) return copy_here(id, fd, folder, name, numbered);
   if (!finish(fd)) return false;
   return rename_to(parts_.get(), hex_of(id).c_str(), folder, name, numbered) ||
          (errno == EXDEV && copy_here(id, fd, folder, name, numbered));  // mounted twice

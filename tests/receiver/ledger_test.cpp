@@ -2,6 +2,7 @@
 #include "receiver/ledger.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 
@@ -9,7 +10,7 @@
 #include <fstream>
 
 struct LedgerTest : testing::Test {
-  ~LedgerTest() override { std::filesystem::remove_all(dir); }
+  void TearDown() override { std::filesystem::remove_all(dir); }
   static std::string save(Ledger& to, std::uint64_t id, Outcome outcome, std::size_t missing = 0) {
     TransferRecord record;
     record.id = id, record.first_packet = -static_cast<double>(id), record.outcome = outcome;
@@ -33,7 +34,7 @@ TEST_F(LedgerTest, IsReadWhileItIsWrittenAndKilledLeavesNoHalfTransaction) {
     return;
   }
   const auto writer = Ledger::open(file, error), reader = Ledger::open_to_read(file, error);
-  for (const std::uint64_t id : {1, 3, 2}) save(*writer, id, Outcome::kReceiving);
+  for (const std::uint64_t id : {1U, 3U, 2U}) save(*writer, id, Outcome::kReceiving);
   save(*writer, 2, Outcome::kDelivered);
   writer->begin();
   save(*writer, 1, Outcome::kDelivered);
@@ -46,11 +47,12 @@ TEST_F(LedgerTest, TellsOfAFullDiskAndGoesOnAfterIt) {
   const auto ledger = Ledger::open(file, error);
   rlimit limit{};
   const rlimit small{1 << 19, RLIM_INFINITY};
-  (void)std::signal(SIGXFSZ, SIG_IGN);
+  (void)signal(SIGXFSZ, SIG_IGN);
   ASSERT_EQ(0, prlimit(0, RLIMIT_FSIZE, &small, &limit));
   const std::string alone = save(*ledger, 1, Outcome::kIncomplete, 1 << 20);
   ledger->begin();
-  for (const std::size_t size : {0, 1 << 20}) save(*ledger, size, Outcome::kIncomplete, size);
+  for (const std::size_t size : {0U, 1U << 20, 1U << 22})
+    save(*ledger, size, Outcome::kIncomplete, size);
   EXPECT_TRUE(!alone.empty() && !ledger->commit().empty());
   setrlimit(RLIMIT_FSIZE, &limit);
   EXPECT_EQ("", save(*ledger, 1, Outcome::kIncomplete, 1 << 20));
@@ -59,7 +61,7 @@ TEST_F(LedgerTest, TellsOfAFullDiskAndGoesOnAfterIt) {
 
 TEST_F(LedgerTest, RefusesWhatItCannotUseAndSaysThatADamagedFileGaveLess) {
   EXPECT_FALSE(Ledger::open(dir, error) || Ledger::open_to_read(file, error));
-  for (const std::uint64_t id : {1, 2}) save(*Ledger::open(file, error), id, {}, 1 << 16);
+  for (const std::uint64_t id : {1U, 2U}) save(*Ledger::open(file, error), id, {}, 1 << 16);
   const auto damage = [&](auto at, const std::string& bytes) {
     std::fstream(file, std::ios::in | std::ios::out).seekp(at) << bytes;
     return Ledger::open_to_read(file, error);
