@@ -1,4 +1,7 @@
 // scan/open_files.h: does any process on this machine hold a file open?
+//
+// The answer is asked for every candidate file and nothing is kept between two
+// questions, so it is put with as few system calls as there are descriptors.
 #pragma once
 
 #include <string>
@@ -9,6 +12,6 @@
 /// ("//", "..", through a symbolic link) is never found.
 int check_open_file(const std::string& path);
 
-/// 1 if a descriptor of the process in the folder `process` (/proc/PID) leads
-/// to `path`, else 0, also when its descriptors can't be read.
-int check_proc_dir(const std::string& process, const std::string& path);
+/// 1 if a descriptor of the process `pid`, a name in the open folder `proc`,
+/// leads to `path`; else 0, also when its descriptors can't be read.
+int check_proc_dir(int proc, const char* pid, const std::string& path);
