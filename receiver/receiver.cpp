@@ -137,8 +137,18 @@ std::string Receiver::reason_to_refuse(const HeaderPacket& header) const {
     return "larger than --max-file-size";
   }
   if (transfers_.size() >= options_.max_transfers) return "too many at a time (--max-transfers)";
-  if (!store_.has_room(header.size)) return "not enough free disk space";
+  if (!store_.has_room(header.size + bytes_on_their_way())) return "not enough free disk space";
   return "";
+}
+
+/// What the files under way will still take; each is below 2^63.
+std::uint64_t Receiver::bytes_on_their_way() const {
+  std::uint64_t bytes = 0;
+  for (const auto& [id, transfer] : transfers_) {
+    const TransferRecord& counts = transfer.counts();
+    bytes += (counts.parts - counts.received) * part_size(counts.udata_size);
+  }
+  return std::min<std::uint64_t>(bytes, INT64_MAX);
 }
 
 void Receiver::feed_from_stash(Transfer& transfer) {

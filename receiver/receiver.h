@@ -56,6 +56,7 @@ class Receiver {
   void take_part(const DataPacket& packet);
   void begin(const HeaderPacket& header, const sockaddr_in& from);
   std::string reason_to_refuse(const HeaderPacket& header) const;
+  std::uint64_t bytes_on_their_way() const;
   void feed_from_stash(Transfer& transfer);
   void resume_one(TransferRecord record);
 

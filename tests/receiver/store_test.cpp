@@ -42,8 +42,7 @@ TEST_F(StoreTest, ReplacesOrNumbersAndSetsPermissions) {
 
 TEST_F(StoreTest, WritesNothingOutside) {
   for (const char* made : {"out/sub", "in/folder"}) fs::create_directories(root / made);
-  fs::create_directory_symlink("../out", root / "in/link"),
-      fs::create_symlink("folder", root / "in/f");
+  fs::create_symlink("../out", root / "in/link"), fs::create_symlink("folder", root / "in/f");
   EXPECT_FALSE(deliver(std::vector<std::string>(2100, "d"), "g").done);
   for (const std::string bad : {"link", "f", "..", "link/sub", ""})
     EXPECT_FALSE(deliver({bad}, "g").done || deliver({bad, "sub"}, "g").done) << bad;
