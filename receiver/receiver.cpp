@@ -126,8 +126,8 @@ void Receiver::begin(const HeaderPacket& header, const sockaddr_in& from) {
     refuse(std::move(record), std::strerror(errno));
     return;
   }
-  save(record);
   const auto begun = transfers_.emplace(header.id, Transfer(std::move(record), std::move(fd)));
+  save(begun.first->second.record());  // with all its parts as missing: we may be killed now
   touched_.insert(header.id);
   feed_from_stash(begun.first->second);
 }
@@ -158,7 +158,7 @@ void Receiver::feed_from_stash(Transfer& transfer) {
     const DataPacket packet{id, part.part_no, part.bytes.data(), part.bytes.size()};
     if (!transfer.take_part(packet)) ++metrics_.contradicting;
   }
-  (void)transfer.flush();  // before `parts` goes; a failure shows at the batch's end again
+  (void)transfer.flush();  // before `parts` goes; a failure shows at the batch's end, too
 }
 
 void Receiver::end_batch() {

@@ -81,7 +81,7 @@ bool Transfer::take_header(const HeaderPacket& header) {
       header.file_kind != record_.file_kind) {
     return false;
   }
-  (void)flush();  // what was gathered belongs to the pass before; fails again if it failed
+  (void)flush();  // what was gathered belongs to the pass before; a failure lasts
   note_pass(0);
   return true;
 }
@@ -99,10 +99,10 @@ bool Transfer::take_part(const DataPacket& packet) {
 }
 
 bool Transfer::flush() {
-  if (run_.empty()) return true;
-  const bool written = write_run();
-  if (written) run_.clear();
-  return written;
+  if (!run_.empty() && error_ == 0 && !write_run()) error_ = errno;
+  run_.clear();  // its bytes may be gone when the next call comes
+  if (error_ != 0) errno = error_;
+  return error_ == 0;
 }
 
 bool Transfer::write_run() {

@@ -31,8 +31,8 @@ class Transfer {
   /// Gathers a part; false, and nothing done, if it does not fit the file.
   bool take_part(const DataPacket& packet);
 
-  /// Writes what was gathered. False if that failed, errno set: the file can't
-  /// be finished.
+  /// Writes what was gathered. False if that failed, now or before, errno set:
+  /// the file can't be finished.
   bool flush();
 
   bool is_complete() const { return missing_.empty(); }
@@ -74,6 +74,7 @@ class Transfer {
   Ranges missing_;
   std::uint64_t run_first_ = 0;  ///< number of the first gathered part
   std::vector<iovec> run_;       ///< the gathered parts, in order, without gaps
+  int error_ = 0;                ///< errno of the first write that failed
   std::size_t pass_ = 0;
   std::uint64_t highest_in_pass_ = 0;
   std::uint64_t highest_ = 0;  ///< part that came in any pass
