@@ -56,14 +56,12 @@ inline std::string read_file(const std::string& path) {
 }
 
 /// The working folder of a program. Its own name is the program's name, so the
-/// lock file is unique too. Both are removed at the end.
+/// lock file is unique too. At the end, be it a crash of the test, what still runs
+/// under that name is killed and both are removed.
 class TempDir {
  public:
-  TempDir() { EXPECT_NE(nullptr, mkdtemp(path_.data())); }
-  ~TempDir() {
-    fs::remove_all(path_);
-    fs::remove(lock());
-  }
+  TempDir() = default;
+  ~TempDir() { pclose(cleaner_); }
   TempDir(TempDir&&) = delete;
 
   std::string path(const std::string& name) const { return path_ + "/" + name; }
@@ -78,7 +76,15 @@ class TempDir {
   }
 
  private:
+  FILE* start_cleaner() {
+    EXPECT_NE(nullptr, mkdtemp(path_.data()));
+    const std::string ours = "grep -la '^" + path_ + "/' /proc/[0-9]*/cmdline | tr -dc '0-9\\n'";
+    const std::string clean = "kill -9 $(" + ours + "); rm -rf '" + path_ + "' " + lock();
+    return popen(("exec 2>&-; trap '' INT; read end; " + clean).c_str(), "we");
+  }
+
   std::string path_ = fs::canonical(fs::temp_directory_path()) / "tarnwick_XXXXXX";
+  FILE* const cleaner_ = start_cleaner();
 };
 
 /// A running program; at the end it is killed if need be.
@@ -113,6 +119,12 @@ class Program {
     const auto ended = [this] { return status_ != -1 || waitpid(pid, &status_, WNOHANG) != 0; };
     if (!eventually(ended)) return -1;
     return WIFEXITED(status_) ? WEXITSTATUS(status_) : -WTERMSIG(status_);
+  }
+
+  /// Its exit status, a space, and all that it wrote.
+  std::string told() {
+    const int status = wait();
+    return std::to_string(status) + " " + out() + err();
   }
 
   /// What it has written so far.

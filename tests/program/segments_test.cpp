@@ -1,0 +1,56 @@
+// Many datagrams with one call, or each with its own: nobody can tell what came.
+#include <set>
+
+#include "support.h"
+
+/// Sends files around every size at which a batch may end, by twice the same
+/// paths.
+std::vector<Packet> send_all(const TempDir& home, const std::string& datagram) {
+  const std::size_t part = std::stoul(datagram) - 20;
+  for (const std::size_t parts : {0, 1, 2, 7, 8, 46, 47, 93, 200}) {
+    for (const std::size_t more : {0, 1}) {
+      std::string bytes(parts * part + more, '\0');
+      for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * i / 7);
+      home.write("in/" + std::to_string(parts) + "_" + std::to_string(more), bytes);
+    }
+  }
+  const Collector net;
+  Program program(home, {"-v:0", "-f:in", "-c:0", "-q:30", "-u:1", "-a:cp1251", "-t:" + datagram,
+                         "-p:" + net.port});
+  EXPECT_EQ(0, program.wait());
+  EXPECT_TRUE(fs::is_empty(home.path("in")));
+  fs::remove(home.path("in"));
+  return net.packets();
+}
+
+/// The packets without what differs from run to run: transfer ids and send times.
+std::vector<std::string> masked(const std::vector<Packet>& packets) {
+  std::vector<std::string> result;
+  for (const Packet& packet : packets) {
+    result.push_back(packet.bytes);
+    if (!packet.is_service()) result.back().replace(0, 8, "transfer");
+    if (packet.is_header()) result.back().replace(44, 8, "sendtime");
+  }
+  return result;
+}
+
+/// How many came with another: the parts of one call have one stamp.
+std::size_t joined(const std::vector<Packet>& packets) {
+  std::set<std::uint64_t> stamps;
+  for (const Packet& packet : packets) stamps.insert(packet.arrived);
+  return packets.size() - stamps.size();
+}
+
+TEST(Segments, AreTheSameDatagramsInTheSameOrder) {
+  if (const auto missing = missing_right(); !missing.empty()) GTEST_SKIP() << missing;
+  for (const std::string datagram : {"1400", "8192"}) {
+    const TempDir home;
+    const auto many_a_call = send_all(home, datagram);
+    setenv("TARNWICK_PLAIN_SENDS", "1", 1);
+    const auto one_a_call = send_all(home, datagram);
+    unsetenv("TARNWICK_PLAIN_SENDS");
+    EXPECT_TRUE(masked(many_a_call) == masked(one_a_call)) << datagram;
+    EXPECT_EQ(0U, joined(one_a_call));
+    EXPECT_LT(one_a_call.size() / 2, joined(many_a_call)) << "the kernel refused them";
+  }
+}
