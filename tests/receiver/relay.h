@@ -19,7 +19,7 @@ struct Line {
 };
 
 /// Frames of 1,500 bytes that carry a datagram of `size` bytes.
-std::size_t frames_of(std::size_t size);
+inline std::size_t frames_of(std::size_t size) { return (size + 8 + 1479) / 1480; }
 
 class Relay {
  public:
@@ -28,13 +28,11 @@ class Relay {
   /// What arrives of `sent`, in the order of arrival.
   std::vector<std::string> carry(const std::vector<std::string>& sent);
 
-  /// Nothing is sent while so many frames could have been.
-  void idle(unsigned frames);
+  /// Nothing is sent while `frames` could have been. True if one would have been lost.
+  bool pass(std::size_t frames);
 
  private:
-  bool happens(double chance);
-  bool loses_frame();
-  bool loses(std::size_t frames);
+  bool happens(double chance) { return static_cast<double>(random_()) < chance * 4294967296.0; }
 
   Line line_;
   std::mt19937 random_;
