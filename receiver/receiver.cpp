@@ -251,7 +251,6 @@ void Receiver::fail(Transfer& transfer, const std::string& why) {
 void Receiver::refuse(TransferRecord record, const std::string& why) {
   ++metrics_.refused;
   remember(record.id);
-  (void)stash_.take(record.id);
   if (now_ - refusal_second_ >= 1) {
     refusal_second_ = now_;
     refusals_told_ = 0;
@@ -271,6 +270,7 @@ void Receiver::close(std::uint64_t id) {
 }
 
 void Receiver::remember(std::uint64_t id) {
+  (void)stash_.take(id);
   if (!settled_.insert(id).second) return;
   settled_order_.push_back(id);
   if (settled_order_.size() <= kRemembered) return;

@@ -7,8 +7,8 @@
 /// paths.
 std::vector<Packet> send_all(const TempDir& home, const std::string& datagram) {
   const std::size_t part = std::stoul(datagram) - 20;
-  for (const std::size_t parts : {0, 1, 2, 7, 8, 46, 47, 93, 200}) {
-    for (const std::size_t more : {0, 1}) {
+  for (const std::size_t parts : {0U, 1U, 2U, 7U, 8U, 46U, 47U, 93U, 200U}) {
+    for (const std::size_t more : {0U, 1U}) {
       std::string bytes(parts * part + more, '\0');
       for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * i / 7);
       home.write("in/" + std::to_string(parts) + "_" + std::to_string(more), bytes);
