@@ -1,5 +1,6 @@
 // The modes that deal with a copy that is running: stop it, or hold it while
 // the trash journal is sent.
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <utility>
@@ -37,6 +38,7 @@ bool freeze_other(Proc& lock) {
     return false;
   }
   frozen_through = &lock;
+  std::signal(SIGPIPE, SIG_IGN);  // a reader of our text that goes away must not end us now
   std::atexit([] { (void)thaw_other(); });  // nobody is left to tell
   std::cout << "OK!  frozzen!" << std::endl;
   return true;
