@@ -60,7 +60,8 @@ void Events::delivered(const TransferRecord& record) {
     json["differing"] = record.differing;
     return line(to_line(json));
   }
-  line("delivered " + printable(record.delivered_to) + " (" + std::to_string(record.size) + " bytes)");
+  line("delivered " + printable(record.delivered_to) + " (" + std::to_string(record.size) +
+       " bytes)");
   if (record.differing > 0) {
     warning(shown(record) + ": " + std::to_string(record.differing) +
             " repeated parts held other bytes than what is stored");
