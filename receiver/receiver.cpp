@@ -128,6 +128,7 @@ void Receiver::begin(const HeaderPacket& header, const sockaddr_in& from) {
   }
   const auto begun = transfers_.emplace(header.id, Transfer(std::move(record), std::move(fd)));
   save(begun.first->second.record());  // with all its parts as missing: we may be killed now
+  (void)begun.first->second.take_header(header);  // agrees with itself
   touched_.insert(header.id);
   feed_from_stash(begun.first->second);
 }
@@ -192,6 +193,8 @@ void Receiver::deliver(Transfer& transfer) {
   save(record);
   const std::string name = safe_name(record.name);
   const bool journal = record.file_kind == kKindTrashJournal;
+  // before it is delivered: should we be killed in between, it is not read again
+  if (journal) read_journal_of(transfer);
   const Delivery delivery =
       journal ? store_.deliver_journal(record.id, transfer.fd(), record.send_time, name)
               : store_.deliver(record.id, transfer.fd(), safe_folders(record.folder), name);
@@ -202,7 +205,6 @@ void Receiver::deliver(Transfer& transfer) {
   record.outcome = Outcome::kDelivered;
   record.delivered_to = delivery.path;
   save(record);
-  if (journal) read_delivered_journal(record);
   ++metrics_.delivered;
   metrics_.last_delivery = real_;
   events_.delivered(record);
@@ -210,13 +212,13 @@ void Receiver::deliver(Transfer& transfer) {
   close(record.id);
 }
 
-void Receiver::read_delivered_journal(const TransferRecord& record) {
-  std::ifstream file(record.delivered_to, std::ios::binary);
+void Receiver::read_journal_of(const Transfer& transfer) {
+  std::ifstream file("/proc/self/fd/" + std::to_string(transfer.fd()), std::ios::binary);
   const Journal journal = read_journal(file);
   const std::string error = ledger_.add_journal(journal.entries);
   if (!error.empty()) events_.warning("ledger: " + error);
   if (journal.bad_lines > 0) {
-    events_.warning(record.delivered_to + ": " + std::to_string(journal.bad_lines) +
+    events_.warning("trash journal: " + std::to_string(journal.bad_lines) +
                     " lines are no journal lines");
   }
 }

@@ -62,7 +62,7 @@ class Receiver {
 
   void settle(Transfer& transfer);
   void deliver(Transfer& transfer);
-  void read_delivered_journal(const TransferRecord& record);
+  void read_journal_of(const Transfer& transfer);
   void give_up(Transfer& transfer, const std::string& why);
   void fail(Transfer& transfer, const std::string& why);
   void refuse(TransferRecord record, const std::string& why);

@@ -76,9 +76,12 @@ Transfer Transfer::resumed(TransferRecord record, Fd fd) {
 }
 
 bool Transfer::take_header(const HeaderPacket& header) {
+  // the ledger does not keep the names as they came: after a restart the next header tells
+  if (!names_) names_ = {header.name, header.folder};
   if (header.size != record_.size || header.udata_size != record_.udata_size ||
       header.path_crc != record_.path_crc || header.send_time != record_.send_time ||
-      header.file_kind != record_.file_kind) {
+      header.file_kind != record_.file_kind || names_->first != header.name ||
+      names_->second != header.folder) {
     return false;
   }
   (void)flush();  // what was gathered belongs to the pass before; a failure lasts

@@ -8,7 +8,9 @@
 #include <sys/uio.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "receiver/datagram.h"
@@ -24,8 +26,8 @@ class Transfer {
   /// One that an earlier run began: record.missing holds what has not come.
   static Transfer resumed(TransferRecord record, Fd fd);
 
-  /// A further header packet of the transfer: false if it says something else
-  /// than the first.
+  /// A header packet of the transfer, the first one included: false if it says
+  /// something else than the first.
   bool take_header(const HeaderPacket& header);
 
   /// Gathers a part; false, and nothing done, if it does not fit the file.
@@ -72,9 +74,10 @@ class Transfer {
   TransferRecord record_;
   Fd fd_;
   Ranges missing_;
-  std::uint64_t run_first_ = 0;  ///< number of the first gathered part
-  std::vector<iovec> run_;       ///< the gathered parts, in order, without gaps
-  int error_ = 0;                ///< errno of the first write that failed
+  std::optional<std::pair<std::string, std::string>> names_;  ///< name and folder off the wire
+  std::uint64_t run_first_ = 0;                               ///< number of the first gathered part
+  std::vector<iovec> run_;  ///< the gathered parts, in order, without gaps
+  int error_ = 0;           ///< errno of the first write that failed
   std::size_t pass_ = 0;
   std::uint64_t highest_in_pass_ = 0;
   std::uint64_t highest_ = 0;  ///< part that came in any pass

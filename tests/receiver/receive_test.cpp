@@ -205,14 +205,15 @@ TEST_F(Receive, PutsPartsTogetherInAnyOrderAndTrustsTheFirstHeader) {
   start();
   const File file{7, "\xCF.bin", random_bytes(20'000, 1), "/to/../x"}, empty{8, "empty", ""};
   const File other{7, "\xCF.bin", "other" + file.bytes, "", 1500};
-  feed({file.part(15), file.part(3), file.header(), other.header(), file.part(1),
+  const File renamed{7, "else.bin", file.bytes, file.folder};
+  feed({file.part(15), file.part(3), file.header(), other.header(), renamed.header(), file.part(1),
         datagram(7, 1, other.bytes.substr(0, 1380)), other.part(2), datagram(7, 16, "x"),
         datagram(7, 15, "short"), file.part(15) + "?", file.part(3)});
   EXPECT_EQ("", told("delivered", "path"));
   for (int pass = 0; pass < 2; ++pass) feed(file.pass(5));
   feed(empty.pass());
   EXPECT_TRUE(file.bytes == contents(into / "to/%2E%2E/x/\u041F.bin"));
-  EXPECT_TRUE(metric_is("contradicting_total 4") && metric_is("repeated_parts_total 20") &&
+  EXPECT_TRUE(metric_is("contradicting_total 5") && metric_is("repeated_parts_total 20") &&
               metric_is("differing_parts_total 1"));
   start();  // what is finished is known after a restart, too
   feed(file.pass()), feed(empty.pass()), feed({other.header()});
