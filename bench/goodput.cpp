@@ -16,7 +16,7 @@
 namespace {
 
 constexpr std::uint32_t kDatagram = 1400;
-constexpr int kReceiveBuffer = 128 << 20;  // bytes, as the receiver's
+constexpr int kReceiveBuffer = 256 << 20;  // bytes, as the receiver's
 constexpr double kPatience = 60;           // s
 
 struct Pair {

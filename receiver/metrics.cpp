@@ -51,7 +51,7 @@ std::string metrics_text(const Metrics& m) {
         m.differing_parts);
   e.add("forgotten_parts_total", "counter", "Parts given up because no header packet came.",
         m.forgotten_parts);
-  e.add("kernel_drops_total", "counter", "Datagrams dropped by a full receive buffer.",
+  e.add("kernel_drops_total", "counter", "Times that a full receive buffer dropped datagrams.",
         m.kernel_drops);
   e.add("link_sent_total", "counter", "Datagrams sent, by the senders' service packets.",
         m.link_sent);

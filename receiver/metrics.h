@@ -17,7 +17,7 @@ struct Metrics {
   std::uint64_t repeated_parts = 0;   ///< parts that had come before
   std::uint64_t differing_parts = 0;  ///< of these: with other bytes
   std::uint64_t forgotten_parts = 0;  ///< came before any header, and none followed
-  std::uint64_t kernel_drops = 0;     ///< datagrams
+  std::uint64_t kernel_drops = 0;     ///< each of one datagram, or of several joined ones
   std::uint64_t link_sent = 0;        ///< datagrams by the senders' own counters
   std::uint64_t link_lost = 0;        ///< of these: did not come
   std::uint64_t missing_parts = 0;    ///< now, of the files on their way

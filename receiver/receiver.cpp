@@ -390,8 +390,8 @@ void Receiver::update_metrics(std::uint64_t kernel_drops) {
 
 void Receiver::tell_kernel_drops(std::uint64_t kernel_drops) {
   if (kernel_drops == drops_told_) return;
-  events_.warning("this machine does not keep up: the kernel dropped " +
-                  std::to_string(kernel_drops - drops_told_) + " datagrams");
+  events_.warning("this machine does not keep up: the kernel dropped datagrams " +
+                  std::to_string(kernel_drops - drops_told_) + " times");
   drops_told_ = kernel_drops;
 }
 

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t kBatch = 32;        // messages a call
 constexpr std::size_t kMessage = 65536;   // bytes; more than any datagram or joined ones
-constexpr int kWantedBuffer = 128 << 20;  // bytes
+constexpr int kWantedBuffer = 256 << 20;  // bytes; taken only as it fills
 constexpr std::size_t kControlSize = CMSG_SPACE(sizeof(int)) + CMSG_SPACE(sizeof(std::uint32_t));
 
 struct alignas(cmsghdr) Control {

@@ -32,8 +32,8 @@ class UdpSocket {
   /// still there. Gives how many there were, 0 if none waits.
   std::size_t receive(const DatagramTaker& take, const std::function<void()>& batch_end);
 
-  /// Datagrams that the kernel dropped since the socket was opened, because its
-  /// buffer was full.
+  /// How often the kernel dropped a datagram, or several that it had joined
+  /// (UDP_GRO), since the socket was opened, because its buffer was full.
   std::uint64_t kernel_drops() const { return drops_; }
 
  private:
