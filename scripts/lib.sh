@@ -30,7 +30,7 @@ check_privileges() {
   trial=$(mktemp -d)
   mkdir "$trial/scan_dir"
   said=$(cd "$trial" && exec -a "$trial/tarnwick-trial-$$" "$1" -v:1 -c:0 <<<'' 2>&1) || true
-  rm -rf "$trial"
+  rm -rf "$trial" "/var/run/tarnwick-trial-$$.lock" # stays after a failure, stale
   case $said in
     *'Error in setsockopt(SO_SNDBUF)'*)
       say "The network administration privilege (CAP_NET_ADMIN) is missing: the sender forces a"
