@@ -1,4 +1,5 @@
-// receiver/fd.h: owns a file descriptor.
+// receiver/fd.h: owns a file descriptor. The sender has an owner of its own: the two
+// programs share the description of the wire and nothing else.
 #pragma once
 
 #include <unistd.h>

@@ -22,8 +22,8 @@ struct TransferRecord {
   std::uint16_t file_kind = 0;   ///< 0 file, 1 trash journal
   std::uint32_t udata_size = 0;  ///< datagram size limit of the sender
   std::uint64_t size = 0;        ///< bytes
-  std::string name;              ///< converted, not escaped
-  std::string folder;            ///< converted, not escaped
+  std::string name;              ///< converted; "%XX" for bytes that have no character here
+  std::string folder;            ///< converted; "%XX" for bytes that have no character here
   std::string source;            ///< address:port of the first packet
   double first_packet = 0;
   double last_packet = 0;

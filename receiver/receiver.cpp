@@ -175,7 +175,8 @@ void Receiver::end_batch() {
   }
 }
 
-// What becomes of a transfer. All but settle() may close it.
+// What becomes of a transfer. Each of these may close it: the reference that it was
+// given is then gone.
 
 void Receiver::settle(Transfer& transfer) {
   shown_id_ = transfer.counts().id;
