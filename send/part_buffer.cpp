@@ -1,9 +1,7 @@
 #include "send/part_buffer.h"
 
-#include <sys/uio.h>
-
 #include <algorithm>
-#include <array>
+#include <cstring>
 
 #include "send/segments.h"
 #include "send/wire_format.h"
@@ -32,15 +30,18 @@ std::uint64_t PartBuffer::payload(std::size_t count) const {
 std::size_t PartBuffer::fill(const SourceFile& file, std::uint64_t part_no, std::size_t count,
                              std::uint64_t left) {
   left_ = left;
-  std::array<iovec, kMostSegments> places;
-  for (std::size_t i = 0; i < count; ++i) {
-    const std::size_t len = size(i) - kHeaderSize;
-    unsigned char* const data = put_header(bytes_.data() + i * udata_size_, transfer_id_,
-                                           part_no + i, static_cast<std::uint32_t>(len));
-    places[i] = {data, len};
+  const std::uint64_t part = part_size(udata_size_);
+  const std::uint64_t wanted = payload(count);
+  // One read to where the last part lies right; the others are moved forward. For
+  // the kernel that is less work than a readv() to as many places.
+  unsigned char* from = bytes_.data() + count * kHeaderSize;
+  const std::uint64_t got = file.read(from, wanted);
+  const std::size_t whole = got == wanted ? count : static_cast<std::size_t>(got / part);
+  for (std::size_t i = 0; i < whole; ++i, from += part) {
+    const std::uint64_t len = std::min(part, wanted - i * part);
+    unsigned char* const packet = bytes_.data() + i * udata_size_;
+    if (packet + kHeaderSize != from) std::memmove(packet + kHeaderSize, from, len);
+    put_header(packet, transfer_id_, part_no + i, static_cast<std::uint32_t>(len));
   }
-  const std::uint64_t got = file.read(places.data(), count);
-  std::size_t whole = 0;
-  while (whole < count && payload(whole + 1) <= got) ++whole;
   return whole;
 }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -25,18 +26,13 @@ SourceFile::SourceFile(const std::string& path) {
 
 void SourceFile::rewind() const { lseek(fd_.get(), 0, SEEK_SET); }
 
-std::uint64_t SourceFile::read(iovec* places, std::size_t count) const {
+std::uint64_t SourceFile::read(unsigned char* to, std::uint64_t size) const {
   std::uint64_t total = 0;
-  while (count > 0) {
-    const ssize_t got = readv(fd_.get(), places, static_cast<int>(count));
+  while (total < size) {
+    const ssize_t got = ::read(fd_.get(), to + total, size - total);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;
     total += static_cast<std::uint64_t>(got);
-    auto filled = static_cast<std::size_t>(got);
-    for (; count > 0 && filled >= places->iov_len; ++places, --count) filled -= places->iov_len;
-    if (count == 0) break;
-    places->iov_base = static_cast<unsigned char*>(places->iov_base) + filled;
-    places->iov_len -= filled;
   }
   return total;
 }

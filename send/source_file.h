@@ -2,9 +2,6 @@
 // that no byte goes out that was not read.
 #pragma once
 
-#include <sys/uio.h>
-
-#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -35,9 +32,9 @@ class SourceFile {
   /// Back to the first byte.
   void rewind() const;
 
-  /// Reads on into the `count` places at `places`, which it changes; gives the
-  /// number of bytes read: fewer than fit only if the file yields no more.
-  std::uint64_t read(iovec* places, std::size_t count) const;
+  /// Reads on, `size` bytes to `to`; gives the number of bytes read: fewer only
+  /// if the file yields no more.
+  std::uint64_t read(unsigned char* to, std::uint64_t size) const;
 
   /// True if the file that is open, or the one that `path` names by now, is not
   /// as it was in `before`. A file that is gone by name has not changed.

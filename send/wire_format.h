@@ -7,8 +7,12 @@
 // little-endian and unaligned: written by put_le(), read by get_le().
 #pragma once
 
+#include <endian.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 // Header of every datagram.
 constexpr std::size_t kTransferIdAt = 0;  ///< uint64: one value per transfer
@@ -60,22 +64,27 @@ constexpr std::uint64_t part_count(std::uint64_t file_size, std::uint32_t udata_
   return file_size / part + (file_size % part != 0 ? 1 : 0);
 }
 
+/// `v` with its bytes in the order of the wire, or back.
+inline std::uint16_t wire_order(std::uint16_t v) { return htole16(v); }
+inline std::uint32_t wire_order(std::uint32_t v) { return htole32(v); }
+inline std::uint64_t wire_order(std::uint64_t v) { return htole64(v); }
+
 /// Writes an unsigned `v` at `p`, lowest byte first; gives the byte behind it.
 template <typename T>
 unsigned char* put_le(unsigned char* p, T v) {
-  static_assert(static_cast<T>(-1) > T{0}, "unsigned only: cast a signed value where it is used");
-  for (std::size_t i = 0; i < sizeof(T); ++i) *p++ = static_cast<unsigned char>(v >> (8 * i));
-  return p;
+  static_assert(std::is_unsigned_v<T>, "cast a signed value where it is used");
+  v = wire_order(v);
+  std::memcpy(p, &v, sizeof v);  // one store; compilers leave a loop of bytes a loop
+  return p + sizeof v;
 }
 
 /// Reads an unsigned T whose lowest byte is at `p`.
 template <typename T>
 T get_le(const unsigned char* p) {
-  static_assert(static_cast<T>(-1) > T{0}, "unsigned only: cast where it is used");
+  static_assert(std::is_unsigned_v<T>, "cast where it is used");
   T v = 0;
-  for (std::size_t i = 0; i < sizeof(T); ++i)
-    v = static_cast<T>(v | static_cast<T>(p[i]) << (8 * i));
-  return v;
+  std::memcpy(&v, p, sizeof v);
+  return wire_order(v);
 }
 
 /// Writes the header of a datagram at `p`; gives the byte behind it.
