@@ -143,18 +143,4 @@ std::string fit_name(const std::string& name, std::size_t limit) {
   return with_suffix(name, suffix.data(), limit);
 }
 
-std::string unescape(const std::string& name) {
-  std::string result;
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    if (!is_escape(name, i)) {
-      result += name[i];
-      continue;
-    }
-    const auto byte = static_cast<char>(std::stoul(name.substr(i + 1, 2), nullptr, 16));
-    if (byte != '\0') result += byte;
-    i += 2;
-  }
-  return result;
-}
-
 bool is_charset(const std::string& charset) { return !table_for(charset).empty(); }

@@ -6,7 +6,7 @@
 // What can't be a name is escaped, visibly and reversibly: a byte becomes "%"
 // and its two upper-case hexadecimal digits. from_wire() escapes a "%" that two
 // hexadecimal digits follow; from there on every "%XX" is an escape, so that
-// nothing is escaped twice and unescape() gives the name back.
+// nothing is escaped twice and the name can be told from what it became.
 #pragma once
 
 #include <climits>
@@ -44,10 +44,6 @@ std::string with_suffix(const std::string& name, const std::string& suffix,
 /// `name`; when longer than `limit` bytes, cut, with "~" and its CRC-32 in
 /// eight upper-case hexadecimal digits as the suffix.
 std::string fit_name(const std::string& name, std::size_t limit = NAME_MAX);
-
-/// The name that was escaped, every "%XX" a byte again ("%00" nothing): in
-/// `charset`, save for the bytes of the wire that it has no character for.
-std::string unescape(const std::string& name);
 
 /// True if names can be converted to `charset`: the system knows it, and "/",
 /// letters and digits are the bytes there that they are in ASCII.

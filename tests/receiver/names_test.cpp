@@ -2,7 +2,29 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <random>
+
+namespace {
+
+/// The name that was escaped: every "%XX" a byte again, "%00" nothing.
+std::string unescape(const std::string& name) {
+  const auto is_digit = [&name](std::size_t i) {
+    return i < name.size() && std::isxdigit(static_cast<unsigned char>(name[i])) != 0;
+  };
+  std::string result;
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    char byte = name[i];
+    if (byte == '%' && is_digit(i + 1) && is_digit(i + 2)) {
+      byte = static_cast<char>(std::stoul(name.substr(i + 1, 2), nullptr, 16));
+      i += 2;
+    }
+    if (byte != '\0') result += byte;
+  }
+  return result;
+}
+
+}  // namespace
 
 TEST(NamesTest, ConvertsWhatTheCharsetHas) {
   EXPECT_EQ("\u041F%98 5%25ad", safe_name(from_wire("\xCF\x98 5%ad", "UTF-8")));
