@@ -6,9 +6,8 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "receiver/byte_ranges.h"
 #include "receiver/names.h"
-#include "receiver/ranges.h"
-#include "receiver/report.h"
 #include "receiver/utf8.h"
 
 namespace {
@@ -41,7 +40,7 @@ std::string to_line(const Json& json) {
 }
 
 std::string missing_text(const TransferRecord& record) {
-  return missing_bytes(record.missing, record.size, record.udata_size);
+  return ranges_text(missing_bytes(record));
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-#include "receiver/ledger.h"
+#include "receiver/record.h"
 
 class Events {
  public:

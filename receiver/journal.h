@@ -4,7 +4,7 @@
 #include <istream>
 #include <vector>
 
-#include "receiver/ledger.h"
+#include "receiver/record.h"
 
 struct Journal {
   std::vector<JournalEntry> entries;

@@ -6,24 +6,17 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <fstream>
 #include <utility>
 #include <variant>
 #include <vector>
 
 #include "receiver/boot.h"
-#include "receiver/journal.h"
-#include "receiver/names.h"
-#include "receiver/report.h"
 #include "send/wire_format.h"
 
 namespace {
 
-constexpr std::size_t kRemembered = 100'000;    // settled ids kept in memory
-constexpr double kSaveInterval = 1.0;           // s
-constexpr double kMetricsInterval = 5.0;        // s
-constexpr double kProgressInterval = 0.2;       // s
-constexpr std::uint64_t kRefusalsASecond = 20;  // told and recorded; all are counted
+constexpr double kSaveInterval = 1.0;     // s
+constexpr double kMetricsInterval = 5.0;  // s
 
 double clock_seconds(clockid_t clock) {
   std::timespec now{};
@@ -37,18 +30,16 @@ std::string source_text(const sockaddr_in& from) {
   return std::string(address) + ":" + std::to_string(ntohs(from.sin_port));
 }
 
-std::string missing_note(const TransferRecord& record) {
-  const std::string missing = missing_bytes(record.missing, record.size, record.udata_size);
-  return safe_name(record.name) + ": " + record.why + ". Of " + std::to_string(record.size) +
-         " bytes these are missing: " + (missing.empty() ? "none" : missing) + "\n";
-}
-
 }  // namespace
 
 Receiver::Receiver(const Options& options, Store& store, Ledger& ledger, Events& events)
-    : options_(options), store_(store), ledger_(ledger), events_(events) {
+    : options_(options),
+      store_(store),
+      ledger_(ledger),
+      events_(events),
+      settlement_(store, ledger, events, metrics_, options.drop_incomplete),
+      notices_(events, options.silence, clock_seconds(CLOCK_MONOTONIC)) {
   look_at_clocks();
-  last_heard_ = now_;
 }
 
 void Receiver::look_at_clocks() {
@@ -88,7 +79,7 @@ bool Receiver::is_allowed(const sockaddr_in& from) const {
 void Receiver::take_part(const DataPacket& packet) {
   const auto found = transfers_.find(packet.id);
   if (found == transfers_.end()) {
-    if (settled_.count(packet.id) != 0) {
+    if (settled_.has(packet.id)) {
       ++closed_repeated_;
     } else {
       stash_.put(packet);
@@ -105,7 +96,7 @@ void Receiver::take_header(const HeaderPacket& header, const sockaddr_in& from) 
     if (!found->second.take_header(header)) ++metrics_.contradicting;
     return;
   }
-  if (settled_.count(header.id) != 0) return;
+  if (settled_.has(header.id)) return;
   const std::optional<TransferRecord> known = ledger_.find(header.id);
   if (known && (known->outcome == Outcome::kDelivered || known->outcome == Outcome::kRefused)) {
     remember(header.id);
@@ -127,7 +118,8 @@ void Receiver::begin(const HeaderPacket& header, const sockaddr_in& from) {
     return;
   }
   const auto begun = transfers_.emplace(header.id, Transfer(std::move(record), std::move(fd)));
-  save(begun.first->second.record());  // with all its parts as missing: we may be killed now
+  settlement_.save(
+      begun.first->second.record());  // with all its parts as missing: we may be killed now
   (void)begun.first->second.take_header(header);  // agrees with itself
   touched_.insert(header.id);
   feed_from_stash(begun.first->second);
@@ -164,9 +156,8 @@ void Receiver::feed_from_stash(Transfer& transfer) {
 
 void Receiver::end_batch() {
   look_at_clocks();
-  last_heard_ = now_;
+  notices_.heard(now_);
   metrics_.last_datagram = real_;
-  silence_told_ = false;
   for (const std::uint64_t id : std::exchange(touched_, {})) {
     const auto found = transfers_.find(id);
     if (found == transfers_.end()) continue;
@@ -175,72 +166,18 @@ void Receiver::end_batch() {
   }
 }
 
-// What becomes of a transfer. Each of these may close it: the reference that it was
+// The end of a transfer. Each of these may close it: the reference that it was
 // given is then gone.
 
 void Receiver::settle(Transfer& transfer) {
-  shown_id_ = transfer.counts().id;
+  const std::uint64_t id = transfer.counts().id;
+  latest_id_ = id;
   if (!transfer.flush()) {
     fail(transfer, std::strerror(errno));
   } else if (transfer.is_complete()) {
-    deliver(transfer);
+    if (settlement_.deliver(transfer, real_)) remember(id);
+    close(id);
   }
-}
-
-void Receiver::deliver(Transfer& transfer) {
-  TransferRecord record = transfer.record();
-  // should we be killed now, the next run finds nothing missing and delivers it,
-  // or finds it gone from here and knows that it was delivered
-  save(record);
-  const std::string name = safe_name(record.name);
-  const bool journal = record.file_kind == kKindTrashJournal;
-  // before it is delivered: should we be killed in between, it is not read again
-  if (journal) read_journal_of(transfer);
-  const Delivery delivery =
-      journal ? store_.deliver_journal(record.id, transfer.fd(), record.send_time, name)
-              : store_.deliver(record.id, transfer.fd(), safe_folders(record.folder), name);
-  if (!delivery.done) {
-    give_up(transfer, "complete, but can't be delivered: " + delivery.error);
-    return;
-  }
-  record.outcome = Outcome::kDelivered;
-  record.delivered_to = delivery.path;
-  save(record);
-  ++metrics_.delivered;
-  metrics_.last_delivery = real_;
-  events_.delivered(record);
-  remember(record.id);
-  close(record.id);
-}
-
-void Receiver::read_journal_of(const Transfer& transfer) {
-  std::ifstream file("/proc/self/fd/" + std::to_string(transfer.fd()), std::ios::binary);
-  const Journal journal = read_journal(file);
-  const std::string error = ledger_.add_journal(journal.entries);
-  if (!error.empty()) events_.warning("ledger: " + error);
-  if (journal.bad_lines > 0) {
-    events_.warning("trash journal: " + std::to_string(journal.bad_lines) +
-                    " lines are no journal lines");
-  }
-}
-
-/// Keeps what came, or drops it, and reports it. A later pass begins anew.
-void Receiver::give_up(Transfer& transfer, const std::string& why) {
-  TransferRecord record = transfer.record();
-  record.outcome = Outcome::kIncomplete;
-  record.why = why;
-  Delivery kept;
-  if (options_.drop_incomplete) {
-    store_.drop_part(record.id);
-  } else {
-    kept = store_.keep_incomplete(record.id, safe_name(record.name), missing_note(record));
-    if (!kept.done) events_.warning("can't keep an incomplete file: " + kept.error);
-  }
-  record.delivered_to = kept.path;
-  save(record);
-  ++metrics_.incomplete;
-  events_.incomplete(record, kept.path);
-  close(record.id);
 }
 
 /// The disk is full, or fails: only this transfer pays for it.
@@ -252,17 +189,8 @@ void Receiver::fail(Transfer& transfer, const std::string& why) {
 }
 
 void Receiver::refuse(TransferRecord record, const std::string& why) {
-  ++metrics_.refused;
   remember(record.id);
-  if (now_ - refusal_second_ >= 1) {
-    refusal_second_ = now_;
-    refusals_told_ = 0;
-  }
-  if (++refusals_told_ > kRefusalsASecond) return;  // a flood must not fill the disk
-  record.outcome = Outcome::kRefused;
-  record.why = why;
-  save(record);
-  events_.refused(record);
+  settlement_.refuse(std::move(record), why, now_);
 }
 
 void Receiver::close(std::uint64_t id) {
@@ -274,16 +202,7 @@ void Receiver::close(std::uint64_t id) {
 
 void Receiver::remember(std::uint64_t id) {
   (void)stash_.take(id);
-  if (!settled_.insert(id).second) return;
-  settled_order_.push_back(id);
-  if (settled_order_.size() <= kRemembered) return;
-  settled_.erase(settled_order_.front());
-  settled_order_.pop_front();
-}
-
-void Receiver::save(const TransferRecord& record) {
-  const std::string error = ledger_.save(record);
-  if (!error.empty()) events_.warning("ledger: " + error);
+  settled_.add(id);
 }
 
 // What an earlier run left.
@@ -308,7 +227,7 @@ void Receiver::resume() {
       ++metrics_.incomplete;
       events_.incomplete(record, "");
     }
-    save(record);
+    settlement_.save(record);
   }
   for (const std::uint64_t id : left) store_.drop_part(id);
 }
@@ -337,9 +256,9 @@ void Receiver::tick(std::uint64_t kernel_drops) {
   look_at_clocks();
   give_up_the_silent(now_);
   stash_.expire(now_, options_.give_up);
-  notice_silence(now_);
-  show_progress(now_);
-  tell_kernel_drops(kernel_drops);
+  notices_.notice_silence(now_);
+  notices_.notice_drops(kernel_drops);
+  notices_.show_progress(latest(), metrics_.bytes, now_);
   if (now_ >= next_save_) {
     next_save_ = now_ + kSaveInterval;
     save_progress();
@@ -355,13 +274,16 @@ void Receiver::give_up_the_silent(double now) {
   for (const auto& [id, transfer] : transfers_) {
     if (now - transfer.last_seen > options_.give_up) silent.push_back(id);
   }
-  for (const std::uint64_t id : silent) give_up(transfers_.at(id), "no more packets came");
+  for (const std::uint64_t id : silent) {
+    settlement_.give_up(transfers_.at(id), "no more packets came");
+    close(id);
+  }
 }
 
 void Receiver::save_progress() {
   ledger_.begin();
   for (auto& [id, transfer] : transfers_) {
-    if (std::exchange(transfer.unsaved, false)) save(transfer.record());
+    if (std::exchange(transfer.unsaved, false)) settlement_.save(transfer.record());
   }
   const std::string error = ledger_.commit();
   if (error.empty()) return;
@@ -389,28 +311,7 @@ void Receiver::update_metrics(std::uint64_t kernel_drops) {
   }
 }
 
-void Receiver::tell_kernel_drops(std::uint64_t kernel_drops) {
-  if (kernel_drops == drops_told_) return;
-  events_.warning("this machine does not keep up: the kernel dropped datagrams " +
-                  std::to_string(kernel_drops - drops_told_) + " times");
-  drops_told_ = kernel_drops;
-}
-
-void Receiver::notice_silence(double now) {
-  if (options_.silence <= 0 || silence_told_ || now - last_heard_ <= options_.silence) return;
-  silence_told_ = true;
-  events_.warning("nothing came for " + std::to_string(static_cast<long>(now - last_heard_)) +
-                  " seconds");
-}
-
-void Receiver::show_progress(double now) {
-  if (!events_.shows_progress() || now < next_progress_) return;
-  next_progress_ = now + kProgressInterval;
-  const auto found = transfers_.find(shown_id_);
-  if (found == transfers_.end()) return;
-  const std::uint64_t bytes = metrics_.bytes;
-  const double rate = static_cast<double>(bytes - shown_bytes_) / std::max(now - shown_at_, 1e-3);
-  shown_bytes_ = bytes;
-  shown_at_ = now;
-  events_.progress(found->second.counts(), rate, found->second.holes());
+const Transfer* Receiver::latest() const {
+  const auto found = transfers_.find(latest_id_);
+  return found == transfers_.end() ? nullptr : &found->second;
 }

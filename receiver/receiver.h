@@ -6,9 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
-#include <map>
-#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -18,7 +15,10 @@
 #include "receiver/ledger.h"
 #include "receiver/link_loss.h"
 #include "receiver/metrics.h"
+#include "receiver/notices.h"
 #include "receiver/options.h"
+#include "receiver/settled_ids.h"
+#include "receiver/settlement.h"
 #include "receiver/stash.h"
 #include "receiver/store.h"
 #include "receiver/transfer.h"
@@ -61,49 +61,34 @@ class Receiver {
   void resume_one(TransferRecord record);
 
   void settle(Transfer& transfer);
-  void deliver(Transfer& transfer);
-  void read_journal_of(const Transfer& transfer);
-  void give_up(Transfer& transfer, const std::string& why);
   void fail(Transfer& transfer, const std::string& why);
   void refuse(TransferRecord record, const std::string& why);
   void close(std::uint64_t id);
   void remember(std::uint64_t id);
-  void save(const TransferRecord& record);
 
   void give_up_the_silent(double now);
   void save_progress();
-  void tell_kernel_drops(std::uint64_t kernel_drops);
   void update_metrics(std::uint64_t kernel_drops);
-  void notice_silence(double now);
-  void show_progress(double now);
+  const Transfer* latest() const;
 
   const Options& options_;
   Store& store_;
   Ledger& ledger_;
   Events& events_;
   Metrics metrics_;
+  Settlement settlement_;
   LinkLoss link_loss_;
   Stash stash_;
   Transfers transfers_;
   std::unordered_set<std::uint64_t> touched_;  ///< in this batch
+  SettledIds settled_;
 
-  // ids whose later packets are ignored; the ledger knows older ones
-  std::unordered_set<std::uint64_t> settled_;
-  std::deque<std::uint64_t> settled_order_;
-
-  double now_;   ///< monotonic, s; as of the last batch or tick
-  double real_;  ///< since 1970, s; at the same time
-  double last_heard_;
-  bool silence_told_ = false;
+  double now_ = 0;   ///< monotonic, s; as of the last batch or tick
+  double real_ = 0;  ///< since 1970, s; at the same time
+  Notices notices_;
   double next_save_ = 0;
   double next_metrics_ = 0;
-  double next_progress_ = 0;
-  std::uint64_t drops_told_ = 0;
   std::uint64_t closed_repeated_ = 0;   ///< of transfers that are closed
   std::uint64_t closed_differing_ = 0;  ///< of transfers that are closed
-  std::uint64_t refusals_told_ = 0;     ///< in the present second
-  double refusal_second_ = 0;
-  std::uint64_t shown_id_ = 0;  ///< of the progress line
-  std::uint64_t shown_bytes_ = 0;
-  double shown_at_ = 0;
+  std::uint64_t latest_id_ = 0;         ///< of the transfer that packets came for
 };

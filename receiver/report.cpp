@@ -9,42 +9,16 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "receiver/ranges.h"
+#include "receiver/byte_ranges.h"
+#include "receiver/passes.h"
 #include "receiver/utf8.h"
 #include "send/wire_format.h"
 
 namespace {
 
 using Json = nlohmann::ordered_json;
-using ByteRanges = std::vector<std::pair<std::uint64_t, std::uint64_t>>;  // first, last
 
 constexpr char kLost[] = "lost whole";
-
-ByteRanges byte_ranges(const std::string& missing, std::uint64_t size, std::uint32_t udata_size) {
-  ByteRanges ranges;
-  const std::optional<Ranges> parts = Ranges::parse(missing);
-  if (!parts || udata_size <= kHeaderSize) return ranges;
-  const std::uint64_t part = part_size(udata_size);
-  const std::uint64_t count = part_count(size, udata_size);
-  for (const auto& [first, last] : parts->all()) {
-    if (first == 0 || first > count) continue;  // no part of this file
-    ranges.emplace_back((first - 1) * part, last >= count ? size - 1 : last * part - 1);
-  }
-  return ranges;
-}
-
-ByteRanges byte_ranges(const TransferRecord& record) {
-  return byte_ranges(record.missing, record.size, record.udata_size);
-}
-
-std::string ranges_text(const ByteRanges& ranges) {
-  std::string text;
-  for (const auto& [first, last] : ranges) {
-    if (!text.empty()) text += ", ";
-    text += std::to_string(first) + "-" + std::to_string(last);
-  }
-  return text;
-}
 
 std::string local_time(double seconds) {
   constexpr double kLatest = 253402300799;  // the year 9999
@@ -55,57 +29,6 @@ std::string local_time(double seconds) {
   if (!tells || localtime_r(&time, &parts) == nullptr) return "?";
   (void)std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts);
   return text.data();
-}
-
-/// "4.0 %"; a little is never shown as nothing.
-std::string percent(std::uint64_t lost, std::uint64_t of) {
-  const double value = 100.0 * static_cast<double>(lost) / static_cast<double>(of);
-  if (lost > 0 && value < 0.1) return "<0.1 %";
-  std::array<char, 16> text{};
-  (void)std::snprintf(text.data(), text.size(), "%.1f %%", value);
-  return text.data();
-}
-
-/// What one pass brought of a file's parts.
-struct Pass {
-  std::uint64_t fresh = 0;
-  std::uint64_t repeated = 0;
-  std::uint64_t lost = 0;
-  bool ended = true;  ///< false: we stopped looking, or it goes on; `lost` says nothing
-};
-
-std::vector<Pass> passes_of(const TransferRecord& record) {
-  const std::size_t count =
-      std::max(record.received_per_pass.size(), record.repeated_per_pass.size());
-  std::vector<Pass> passes(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    Pass& pass = passes[i];
-    if (i < record.received_per_pass.size()) pass.fresh = record.received_per_pass[i];
-    if (i < record.repeated_per_pass.size()) pass.repeated = record.repeated_per_pass[i];
-    const std::uint64_t seen = pass.fresh + pass.repeated;
-    const bool open = record.outcome == Outcome::kReceiving ||
-                      record.outcome == Outcome::kRefused || record.missing.empty();
-    pass.lost = seen < record.parts ? record.parts - seen : 0;
-    pass.ended = pass.lost == 0 || i + 1 < count || !open;
-  }
-  return passes;
-}
-
-/// "pass 1: 95+0 of 100, 5.0 % lost; pass 2: 5+40 of 100 when complete"
-std::string passes_text(const TransferRecord& record, const std::vector<Pass>& passes) {
-  std::string text;
-  for (std::size_t i = 0; i < passes.size(); ++i) {
-    const Pass& pass = passes[i];
-    if (i > 0) text += "; ";
-    text += "pass " + std::to_string(i + 1) + ": " + std::to_string(pass.fresh) + "+" +
-            std::to_string(pass.repeated) + " of " + std::to_string(record.parts);
-    if (pass.ended) {
-      text += ", " + percent(pass.lost, record.parts) + " lost";
-    } else {
-      text += record.missing.empty() ? " when complete" : " so far";
-    }
-  }
-  return text;
 }
 
 std::string path_of(const TransferRecord& record) {
@@ -166,7 +89,7 @@ void print_details(const TransferRecord& record, const std::vector<Pass>& passes
   if (!plain && !passes.empty() && record.parts > 0) {
     out << kIndent << passes_text(record, passes) << "\n";
   }
-  const std::string missing = ranges_text(byte_ranges(record));
+  const std::string missing = ranges_text(missing_bytes(record));
   if (!missing.empty()) out << kIndent << "missing bytes " << missing << "\n";
   if (record.differing > 0) {
     out << kIndent << record.differing << " repeated parts came with other bytes than before\n";
@@ -220,7 +143,7 @@ Json json_of(const TransferRecord& record) {
           {"differing", record.differing},
           {"received_per_pass", record.received_per_pass},
           {"repeated_per_pass", record.repeated_per_pass},
-          {"missing_bytes", byte_ranges(record)},
+          {"missing_bytes", missing_bytes(record)},
           {"delivered_to", record.delivered_to}};
 }
 
@@ -249,7 +172,7 @@ std::uint64_t print_transfers(Ledger& ledger, const ReportOptions& options, std:
 
 /// " (missing bytes 0-1379; why)"; "" if nothing is known.
 std::string reason(const TransferRecord& record) {
-  const std::string ranges = ranges_text(byte_ranges(record));
+  const std::string ranges = ranges_text(missing_bytes(record));
   std::string text = ranges.empty() ? "" : "missing bytes " + ranges;
   if (!record.why.empty()) text += (text.empty() ? "" : "; ") + printable(record.why);
   return text.empty() ? "" : " (" + text + ")";
@@ -323,9 +246,4 @@ std::uint64_t print_report(Ledger& ledger, const ReportOptions& options, std::os
   if (error.empty()) return count;
   options.json ? print_json({{"error", error}}, out) : void(out << printable(error) << "\n");
   return std::max<std::uint64_t>(count, 1);
-}
-
-std::string missing_bytes(const std::string& missing, std::uint64_t size,
-                          std::uint32_t udata_size) {
-  return ranges_text(byte_ranges(missing, size, udata_size));
 }

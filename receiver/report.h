@@ -18,6 +18,3 @@ struct ReportOptions {
 /// printable(). Gives the number of files listed that did not arrive whole, those
 /// still on their way among them; at least 1 if the ledger can't be read.
 std::uint64_t print_report(Ledger& ledger, const ReportOptions& options, std::ostream& out);
-
-/// "0-1379, 2760-4139": byte ranges of the part ranges `missing` in a file.
-std::string missing_bytes(const std::string& missing, std::uint64_t size, std::uint32_t udata_size);

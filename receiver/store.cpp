@@ -2,11 +2,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/openat2.h>
-#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <sys/syscall.h>
 
 #include <algorithm>
 #include <array>
@@ -16,17 +13,17 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <utility>
 
+#include "receiver/folders.h"
+#include "receiver/moves.h"
 #include "receiver/names.h"
 
 namespace {
 
 constexpr int kFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 constexpr char kNoteSuffix[] = ".missing.txt";
-constexpr off_t kCopyStep = 1 << 24;
 
 struct DirCloser {
   void operator()(DIR* dir) const { closedir(dir); }
@@ -48,130 +45,14 @@ Delivery failure(const std::string& path, const std::string& why) {
   return failed;
 }
 
-/// Of a new file that must not last should anything fail: it goes with its owner
-/// unless it has been renamed by then. No name off the wire begins so.
-class Temporary {
- public:
-  Temporary(int folder, std::uint64_t id)
-      : folder_(folder), name_(std::string(kHiddenFolder) + "-" + hex_of(id)) {
-    unlinkat(folder_, name(), 0);  // of a run that was killed
-    fd_ = Fd(openat(folder_, name(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-  }
-  ~Temporary() {
-    const int error = errno;
-    unlinkat(folder_, name(), 0);
-    errno = error;
-  }
-  Temporary(const Temporary&) = delete;
-  Temporary& operator=(const Temporary&) = delete;
-
-  int fd() const { return fd_.get(); }
-  const char* name() const { return name_.c_str(); }
-
- private:
-  int folder_;
-  std::string name_;
-  Fd fd_;
-};
+/// No name off the wire begins so.
+std::string temporary_name(std::uint64_t id) {
+  return std::string(kHiddenFolder) + "-" + hex_of(id);
+}
 
 bool is_component(const std::string& name) {
   return !name.empty() && name != "." && name != ".." &&
          name.find_first_of(std::string("/\0", 2)) == std::string::npos;
-}
-
-/// Some file systems have nothing to sync in a folder, and say so by EINVAL.
-bool sync_folder(int folder) { return fsync(folder) == 0 || errno == EINVAL; }
-
-/// Invalid where the kernel lacks the call or a filter forbids it, and whenever a
-/// folder is missing.
-Fd open_beneath(int folder, const std::string& path) {
-  open_how how{};
-  how.flags = kFolder;
-  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-  return Fd(static_cast<int>(syscall(SYS_openat2, folder, path.c_str(), &how, sizeof how)));
-}
-
-/// The folder `name` right in `folder`, made when missing.
-Fd enter(int folder, const char* name, mode_t mode, bool sync) {
-  Fd entered(openat(folder, name, kFolder | O_NOFOLLOW));
-  if (entered || errno != ENOENT) return entered;
-  if (mkdirat(folder, name, mode) != 0 && errno != EEXIST) return entered;
-  if (sync && !sync_folder(folder)) return entered;
-  return Fd(openat(folder, name, kFolder | O_NOFOLLOW));
-}
-
-Fd open_path(const std::string& path) {
-  std::error_code told_by_open;
-  std::filesystem::create_directories(path, told_by_open);
-  return Fd(open(path.c_str(), kFolder));
-}
-
-bool exists(int folder, const std::string& name) {
-  struct stat st {};
-  return fstatat(folder, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
-}
-
-std::string numbered_name(const std::string& name, std::uint64_t number) {
-  return with_suffix(name, " (" + std::to_string(number) + ")");
-}
-
-/// A number that is not taken. It is closed in on: a name that came ten thousand
-/// times must not cost ten thousand calls each time.
-std::uint64_t free_number(int folder, const std::string& name) {
-  std::uint64_t taken = 0;
-  std::uint64_t free = 1;
-  for (; exists(folder, numbered_name(name, free)); free *= 2) taken = free;
-  while (free - taken > 1) {
-    const std::uint64_t middle = taken + (free - taken) / 2;
-    (exists(folder, numbered_name(name, middle)) ? taken : free) = middle;
-  }
-  return free;
-}
-
-/// EEXIST when there is a `name`.
-bool rename_new(int from, const char* old, int folder, const std::string& name) {
-  if (renameat2(from, old, folder, name.c_str(), RENAME_NOREPLACE) == 0) return true;
-  if (errno != EINVAL && errno != ENOSYS) return false;
-  // not on every file system; nor does a link replace anything
-  return linkat(from, old, folder, name.c_str(), 0) == 0 && unlinkat(from, old, 0) == 0;
-}
-
-/// Moves a file; when `numbered`, `name` becomes one that was free.
-bool rename_to(int from, const char* old, int folder, std::string& name, bool numbered) {
-  if (!numbered) return renameat(from, old, folder, name.c_str()) == 0;
-  std::string as = name;
-  while (!rename_new(from, old, folder, as)) {
-    if (errno != EEXIST) return false;
-    as = numbered_name(name, free_number(folder, name));
-  }
-  name = as;
-  return true;
-}
-
-/// Holes stay holes: a huge file of which little came must not fill a disk.
-bool copy_contents(int from, int to) {
-  struct stat st {};
-  if (fstat(from, &st) != 0) return false;
-  off_t at = 0;
-  while ((at = lseek(from, at, SEEK_DATA)) >= 0) {
-    const off_t end = lseek(from, at, SEEK_HOLE);
-    if (end < 0 || lseek(to, at, SEEK_SET) < 0) return false;
-    while (at < end) {
-      errno = EIO;  // in case there is less than was said
-      const auto step = static_cast<std::size_t>(std::min(end - at, kCopyStep));
-      if (sendfile(to, from, &at, step) <= 0 && errno != EINTR) return false;
-    }
-  }
-  return errno == ENXIO && ftruncate(to, st.st_size) == 0;  // no more data
-}
-
-bool write_all(int fd, const std::string& text) {
-  for (std::size_t done = 0; done < text.size();) {
-    const ssize_t n = write(fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno != EINTR) return false;
-    if (n > 0) done += static_cast<std::size_t>(n);
-  }
-  return true;
 }
 
 }  // namespace
@@ -299,7 +180,7 @@ Delivery Store::keep_incomplete(std::uint64_t id, const std::string& name,
 
 bool Store::write_note(std::uint64_t id, const std::string& name, const std::string& note) {
   const int folder = incomplete_.get();
-  const Temporary temporary(folder, id);
+  const Temporary temporary(folder, temporary_name(id));
   return temporary.fd() >= 0 && write_all(temporary.fd(), note) && finish(temporary.fd()) &&
          renameat(folder, temporary.name(), folder, name.c_str()) == 0;
 }
@@ -331,7 +212,7 @@ bool Store::move_here(std::uint64_t id, int fd, int folder, std::string& name, b
 }
 
 bool Store::copy_here(std::uint64_t id, int fd, int folder, std::string& name, bool numbered) {
-  const Temporary copy(folder, id);
+  const Temporary copy(folder, temporary_name(id));
   return copy.fd() >= 0 && copy_contents(fd, copy.fd()) && finish(copy.fd()) &&
          rename_to(folder, copy.name(), folder, name, numbered);
 }

@@ -15,8 +15,8 @@
 
 #include "receiver/datagram.h"
 #include "receiver/fd.h"
-#include "receiver/ledger.h"
 #include "receiver/ranges.h"
+#include "receiver/record.h"
 
 class Transfer {
  public:

@@ -1,0 +1,23 @@
+// receiver/folders.h: opens folders without following a symbolic link.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "receiver/fd.h"
+
+/// The folder `path`, made with its parents when missing; links in it, which the
+/// operator wrote, are followed. Invalid on failure, errno set.
+Fd open_path(const std::string& path);
+
+/// The folder at `path` below `folder`. Invalid where the kernel lacks openat2(2) or
+/// a filter forbids it, and whenever a folder is missing: try enter() then.
+Fd open_beneath(int folder, const std::string& path);
+
+/// The folder `name` right in `folder`, made with `mode` when missing, and then
+/// synced if `sync`. Invalid on failure, errno set.
+Fd enter(int folder, const char* name, mode_t mode, bool sync);
+
+/// False on failure. Some file systems have nothing to sync in a folder.
+bool sync_folder(int folder);

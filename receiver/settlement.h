@@ -1,0 +1,48 @@
+// receiver/settlement.h: how a transfer ends: its file in place, the ledger's record,
+// the count and the event.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "receiver/events.h"
+#include "receiver/ledger.h"
+#include "receiver/metrics.h"
+#include "receiver/store.h"
+#include "receiver/transfer.h"
+
+class Settlement {
+ public:
+  /// All are kept by the caller and must outlive it. What is incomplete is kept
+  /// for a look, or dropped with `drop_incomplete`.
+  Settlement(Store& store, Ledger& ledger, Events& events, Metrics& metrics, bool drop_incomplete)
+      : store_(store),
+        ledger_(ledger),
+        events_(events),
+        metrics_(metrics),
+        drop_incomplete_(drop_incomplete) {}
+
+  /// Delivers a complete one at the time `real` (since 1970, s). False if that is
+  /// not possible: it is given up then.
+  bool deliver(Transfer& transfer, double real);
+
+  /// Keeps what came, or drops it, and reports it. A later pass begins anew.
+  void give_up(Transfer& transfer, const std::string& why);
+
+  /// Turns a transfer away at the time `now` (monotonic, s).
+  void refuse(TransferRecord record, const std::string& why, double now);
+
+  /// Writes the record; warns on failure.
+  void save(const TransferRecord& record);
+
+ private:
+  void read_journal_of(const Transfer& transfer);
+
+  Store& store_;
+  Ledger& ledger_;
+  Events& events_;
+  Metrics& metrics_;
+  bool drop_incomplete_;
+  std::uint64_t refusals_told_ = 0;  ///< in the present second
+  double refusal_second_ = 0;
+};
