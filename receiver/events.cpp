@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "receiver/byte_ranges.h"
+#include "receiver/hex.h"
 #include "receiver/names.h"
 #include "receiver/utf8.h"
 
@@ -22,17 +23,9 @@ std::string shown(const TransferRecord& record) {
 }
 
 Json event(const char* name, const TransferRecord& record) {
-  char id[17];
-  std::snprintf(id, sizeof id, "%016llx", static_cast<unsigned long long>(record.id));
-  return {{"event", name},
-          {"id", id},
-          {"path", shown(record)},
-          {"size", record.size},
-          {"source", record.source},
-          {"send_time", record.send_time},
-          {"parts", record.parts},
-          {"received", record.received},
-          {"repeated", record.repeated}};
+  return {{"event", name},         {"id", hex(record.id)},        {"path", shown(record)},
+          {"size", record.size},   {"source", record.source},     {"send_time", record.send_time},
+          {"parts", record.parts}, {"received", record.received}, {"repeated", record.repeated}};
 }
 
 std::string to_line(const Json& json) {

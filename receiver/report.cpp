@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "receiver/byte_ranges.h"
+#include "receiver/hex.h"
 #include "receiver/passes.h"
 #include "receiver/utf8.h"
 #include "send/wire_format.h"
@@ -111,20 +112,13 @@ void print_transfer(const TransferRecord& record, std::ostream& out) {
   print_details(record, passes, out);
 }
 
-std::string hex(std::uint64_t value, int digits) {
-  std::array<char, 17> text{};
-  (void)std::snprintf(text.data(), text.size(), "%0*llX", digits,
-                      static_cast<unsigned long long>(value));
-  return text.data();
-}
-
 /// In ASCII, so that no control character gets through in a name.
 void print_json(const Json& object, std::ostream& out) {
   out << object.dump(-1, ' ', true, Json::error_handler_t::replace) << "\n";
 }
 
 Json json_of(const TransferRecord& record) {
-  return {{"id", hex(record.id, 16)},
+  return {{"id", hex(record.id)},
           {"outcome", outcome_name(record.outcome)},
           {"why", record.why},
           {"name", record.name},

@@ -6,17 +6,15 @@
 #include <sys/statvfs.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
-#include <cinttypes>
 #include <climits>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <utility>
 
 #include "receiver/folders.h"
+#include "receiver/hex.h"
 #include "receiver/moves.h"
 #include "receiver/names.h"
 
@@ -29,12 +27,6 @@ struct DirCloser {
   void operator()(DIR* dir) const { closedir(dir); }
 };
 
-std::string hex_of(std::uint64_t id) {
-  std::array<char, 17> text{};
-  std::snprintf(text.data(), text.size(), "%016" PRIx64, id);
-  return text.data();
-}
-
 std::string join(const std::string& folder, const std::string& name) {
   return folder.empty() || folder.back() == '/' ? folder + name : folder + "/" + name;
 }
@@ -46,9 +38,7 @@ Delivery failure(const std::string& path, const std::string& why) {
 }
 
 /// No name off the wire begins so.
-std::string temporary_name(std::uint64_t id) {
-  return std::string(kHiddenFolder) + "-" + hex_of(id);
-}
+std::string temporary_name(std::uint64_t id) { return std::string(kHiddenFolder) + "-" + hex(id); }
 
 bool is_component(const std::string& name) {
   return !name.empty() && name != "." && name != ".." &&
@@ -89,7 +79,7 @@ std::string Store::hidden_path() const { return join(options_.into, kHiddenFolde
 Fd Store::open_part(std::uint64_t id) { return open_part_as(id, O_CREAT); }
 
 Fd Store::open_part_as(std::uint64_t id, int flags) {
-  const std::string name = hex_of(id);
+  const std::string name = hex(id);
   const auto open_it = [&] {
     return Fd(openat(parts_.get(), name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | flags, 0600));
   };
@@ -100,7 +90,7 @@ Fd Store::open_part_as(std::uint64_t id, int flags) {
   return part;
 }
 
-void Store::drop_part(std::uint64_t id) { unlinkat(parts_.get(), hex_of(id).c_str(), 0); }
+void Store::drop_part(std::uint64_t id) { unlinkat(parts_.get(), hex(id).c_str(), 0); }
 
 std::vector<std::uint64_t> Store::parts_left() {
   std::vector<std::uint64_t> ids;
@@ -111,7 +101,7 @@ std::vector<std::uint64_t> Store::parts_left() {
     const std::string name = entry->d_name;
     std::uint64_t id = 0;
     std::from_chars(name.data(), name.data() + name.size(), id, 16);
-    if (name == hex_of(id)) ids.push_back(id);
+    if (name == hex(id)) ids.push_back(id);
   }
   return ids;
 }
@@ -159,13 +149,13 @@ Delivery Store::deliver(std::uint64_t id, int fd, const std::vector<std::string>
 
 Delivery Store::deliver_journal(std::uint64_t id, int fd, std::int64_t send_time,
                                 const std::string& name) {
-  const std::string full = std::to_string(send_time) + "-" + hex_of(id) + "-" + name;
+  const std::string full = std::to_string(send_time) + "-" + hex(id) + "-" + name;
   return place(id, fd, journals_.get(), options_.journals, fit_name(full), false);
 }
 
 Delivery Store::keep_incomplete(std::uint64_t id, const std::string& name,
                                 const std::string& note) {
-  const std::string kept = fit_name(hex_of(id) + "-" + name, NAME_MAX - std::strlen(kNoteSuffix));
+  const std::string kept = fit_name(hex(id) + "-" + name, NAME_MAX - std::strlen(kNoteSuffix));
   const std::string& path = options_.incomplete;
   const Fd part = open_part_as(id, 0);
   if (!part) return failure("can't open the part of " + name, std::strerror(errno));
@@ -207,7 +197,7 @@ bool Store::move_here(std::uint64_t id, int fd, int folder, std::string& name, b
   if (fstat(parts_.get(), &from) != 0 || fstat(folder, &to) != 0) return false;
   if (from.st_dev != to.st_dev) return copy_here(id, fd, folder, name, numbered);
   if (!finish(fd)) return false;
-  return rename_to(parts_.get(), hex_of(id).c_str(), folder, name, numbered) ||
+  return rename_to(parts_.get(), hex(id).c_str(), folder, name, numbered) ||
          (errno == EXDEV && copy_here(id, fd, folder, name, numbered));  // mounted twice
 }
 
