@@ -1,10 +1,15 @@
 // Many datagrams with one call, or each with its own: nobody can tell what came.
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+
+#include <cstring>
 #include <set>
 
 #include "support.h"
 
-/// Sends files around every size at which a batch may end, by twice the same
-/// paths.
+/// Sends files around every size at which a batch may end; by the same paths
+/// where `home` is the same.
 std::vector<Packet> send_all(const TempDir& home, const std::string& datagram) {
   const std::size_t part = std::stoul(datagram) - 20;
   for (const std::size_t parts : {0U, 1U, 2U, 7U, 8U, 46U, 47U, 93U, 200U}) {
@@ -41,16 +46,44 @@ std::size_t joined(const std::vector<Packet>& packets) {
   return packets.size() - stamps.size();
 }
 
+std::vector<Packet> send_all_plainly(const TempDir& home, const std::string& datagram) {
+  setenv("TARNWICK_PLAIN_SENDS", "1", 1);
+  const auto packets = send_all(home, datagram);
+  unsetenv("TARNWICK_PLAIN_SENDS");
+  return packets;
+}
+
+/// Moves this process to a network of its own, with frames of `mtu` bytes.
+bool enter_network(int mtu) {
+  if (unshare(CLONE_NEWNET) != 0) return false;
+  const int any = socket(AF_INET, SOCK_DGRAM, 0);
+  ifreq lo{};
+  std::strcpy(lo.ifr_name, "lo");
+  lo.ifr_mtu = mtu;
+  const bool set = ioctl(any, SIOCSIFMTU, &lo) == 0;
+  lo.ifr_flags = IFF_UP;
+  const bool up = ioctl(any, SIOCSIFFLAGS, &lo) == 0;
+  close(any);
+  return set && up;
+}
+
 TEST(Segments, AreTheSameDatagramsInTheSameOrder) {
   if (const auto missing = missing_right(); !missing.empty()) GTEST_SKIP() << missing;
   for (const std::string datagram : {"1400", "8192"}) {
     const TempDir home;
     const auto many_a_call = send_all(home, datagram);
-    setenv("TARNWICK_PLAIN_SENDS", "1", 1);
-    const auto one_a_call = send_all(home, datagram);
-    unsetenv("TARNWICK_PLAIN_SENDS");
+    const auto one_a_call = send_all_plainly(home, datagram);
     EXPECT_TRUE(masked(many_a_call) == masked(one_a_call)) << datagram;
     EXPECT_EQ(0U, joined(one_a_call));
     EXPECT_LT(one_a_call.size() / 2, joined(many_a_call)) << "the kernel refused them";
   }
+}
+
+TEST(Segments, GoOutOneByOneWhereTheyWouldBeFragments) {
+  if (const auto missing = missing_right(); !missing.empty()) GTEST_SKIP() << missing;
+  if (!enter_network(1500)) GTEST_SKIP() << "needs the right to make a network";
+  const TempDir home;
+  const auto refused = send_all(home, "8192");
+  EXPECT_EQ(0U, joined(refused));
+  EXPECT_TRUE(masked(refused) == masked(send_all_plainly(home, "8192")));
 }
