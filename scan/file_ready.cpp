@@ -35,9 +35,11 @@ bool has_lock_ext(const std::string& file_name) {
 
 bool is_ignored_when_empty(const std::string& path, const std::string& file_name) {
   if (settings.zero_ign == 0) return false;
-  if (!file_is_regular(path)) return true;  // missing, too
-  if (get_file_size(path) != 0) return false;
-  say(2) << "file " << file_name << " have size = 0. Ignored." << std::endl;
+  // the size first: one look is enough for each of the many files that wait empty
+  if (get_file_size(path) != 0) return !file_is_regular(path);
+  if (settings.verboze > 1 && file_is_regular(path)) {  // what is missing goes unmentioned
+    say(2) << "file " << file_name << " have size = 0. Ignored." << std::endl;
+  }
   return true;
 }
 
