@@ -86,13 +86,19 @@ void Receiver::take_part(const DataPacket& packet) {
     }
     return;
   }
-  touched_.insert(packet.id);
+  touch(packet.id);
   if (!found->second.take_part(packet)) ++metrics_.contradicting;
+}
+
+/// Twice is no harm, but the order counts: of two files with one name the later one
+/// must replace the earlier.
+void Receiver::touch(std::uint64_t id) {
+  if (touched_.empty() || touched_.back() != id) touched_.push_back(id);
 }
 
 void Receiver::take_header(const HeaderPacket& header, const sockaddr_in& from) {
   if (const auto found = transfers_.find(header.id); found != transfers_.end()) {
-    touched_.insert(header.id);
+    touch(header.id);
     if (!found->second.take_header(header)) ++metrics_.contradicting;
     return;
   }
@@ -121,7 +127,7 @@ void Receiver::begin(const HeaderPacket& header, const sockaddr_in& from) {
   settlement_.save(
       begun.first->second.record());  // with all its parts as missing: we may be killed now
   (void)begun.first->second.take_header(header);  // agrees with itself
-  touched_.insert(header.id);
+  touch(header.id);
   feed_from_stash(begun.first->second);
 }
 

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
+#include <vector>
 
 #include "receiver/datagram.h"
 #include "receiver/events.h"
@@ -54,6 +54,7 @@ class Receiver {
   bool is_allowed(const sockaddr_in& from) const;
   void take_header(const HeaderPacket& header, const sockaddr_in& from);
   void take_part(const DataPacket& packet);
+  void touch(std::uint64_t id);
   void begin(const HeaderPacket& header, const sockaddr_in& from);
   std::string reason_to_refuse(const HeaderPacket& header) const;
   std::uint64_t bytes_on_their_way() const;
@@ -80,7 +81,7 @@ class Receiver {
   LinkLoss link_loss_;
   Stash stash_;
   Transfers transfers_;
-  std::unordered_set<std::uint64_t> touched_;  ///< in this batch
+  std::vector<std::uint64_t> touched_;  ///< in this batch, in the order they came
   SettledIds settled_;
 
   double now_ = 0;   ///< monotonic, s; as of the last batch or tick

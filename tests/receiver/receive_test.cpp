@@ -221,6 +221,18 @@ TEST_F(Receive, PutsPartsTogetherInAnyOrderAndTrustsTheFirstHeader) {
   EXPECT_EQ("to/%2E%2E/x/\u041F.bin empty ", told("delivered", "path"));
 }
 
+TEST_F(Receive, TheLaterOfTwoFilesWithOneNameReplacesTheEarlier) {
+  start();
+  Strings batch;
+  for (std::uint64_t id = 1; id <= 9; ++id) {
+    for (const std::string& datagram : File{id, "f", std::to_string(id)}.pass()) {
+      batch.push_back(datagram);
+    }
+  }
+  feed(batch);
+  EXPECT_EQ("9", contents(into / "f"));
+}
+
 TEST_F(Receive, KeepsOrDropsWhatIsGivenUpAndBeginsAnew) {
   const File file{5, "f", random_bytes(10'000, 2)};
   const std::string came = file.part(1).substr(20) + file.part(2).substr(20) +
