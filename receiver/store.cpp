@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
@@ -60,18 +61,25 @@ bool Store::open_all() {
     owner = std::move(fd);
     return error_.empty();
   };
-  Fd hidden;
   const auto open_either = [&](Fd& owner, std::string& path, const char* name) {
     if (!path.empty()) return opened(owner, open_path(path), path);
     path = join(hidden_path(), name);
-    return opened(owner, enter(hidden.get(), name, 0700, options_.sync), path);
+    return opened(owner, enter(hidden_.get(), name, 0700, options_.sync), path);
   };
   std::string parts;
   return opened(into_, open_path(options_.into), options_.into) &&
-         opened(hidden, enter(into_.get(), kHiddenFolder, 0700, options_.sync), hidden_path()) &&
-         open_either(parts_, parts, "parts") &&
+         opened(hidden_, enter(into_.get(), kHiddenFolder, 0700, options_.sync), hidden_path()) &&
+         lock() && open_either(parts_, parts, "parts") &&
          open_either(journals_, options_.journals, "journals") &&
          open_either(incomplete_, options_.incomplete, "incomplete");
+}
+
+/// Some file systems have no locks; there the operator must see to it.
+bool Store::lock() {
+  if (flock(hidden_.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    error_ = "another receiver uses the folder " + options_.into;
+  }
+  return error_.empty();
 }
 
 std::string Store::hidden_path() const { return join(options_.into, kHiddenFolder); }

@@ -35,7 +35,8 @@ struct StoreOptions {
 
 class Store {
  public:
-  /// Opens the folders, creating what is missing. On failure error() tells.
+  /// Opens the folders, creating what is missing, and locks them against another
+  /// receiver until the end. On failure error() tells.
   explicit Store(const StoreOptions& options);
 
   /// "" when usable; else the text for the user.
@@ -83,6 +84,7 @@ class Store {
 
  private:
   bool open_all();
+  bool lock();
   Fd open_part_as(std::uint64_t id, int flags);
   Fd open_folders(const std::vector<std::string>& folders, std::string& path) const;
   bool finish(int fd) const;
@@ -95,6 +97,7 @@ class Store {
   StoreOptions options_;  ///< paths filled in, mode less the umask
   std::string error_;
   Fd into_;
+  Fd hidden_;  ///< locked: a second receiver would go on with our transfers
   Fd parts_;
   Fd journals_;
   Fd incomplete_;

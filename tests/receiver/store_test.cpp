@@ -54,6 +54,7 @@ TEST_F(StoreTest, WritesNothingOutside) {
 
 TEST_F(StoreTest, KeepsJournalsAndUnfinishedFilesApart) {
   Store store(options);
+  EXPECT_NE("", Store(options).error()) << "a second one";
   std::ofstream foreign(root / "in/.tarnwick/parts/00000000000000ab");
   for (const std::uint64_t id : {UINT64_MAX, std::uint64_t{1}}) {
     EXPECT_EQ(2, write(store.open_part(id).get(), "ab", 2));
