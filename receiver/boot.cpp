@@ -4,6 +4,8 @@
 
 namespace {
 
+constexpr char kBootId[] = "/proc/sys/kernel/random/boot_id";
+
 std::string first_line(const std::string& path) {
   std::ifstream file(path);
   std::string line;
@@ -14,8 +16,8 @@ std::string first_line(const std::string& path) {
 }  // namespace
 
 bool is_same_boot(const std::string& path) {
-  const std::string now = first_line("/proc/sys/kernel/random/boot_id");
-  const bool same = !now.empty() && first_line(path) == now;
-  std::ofstream(path) << now << "\n";
-  return same;
+  const std::string now = first_line(kBootId);
+  return !now.empty() && first_line(path) == now;
 }
+
+void note_boot(const std::string& path) { std::ofstream(path) << first_line(kBootId) << "\n"; }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "receiver/boot.h"
+#include "receiver/ranges.h"
 #include "send/wire_format.h"
 
 namespace {
@@ -214,7 +215,8 @@ void Receiver::remember(std::uint64_t id) {
 // What an earlier run left.
 
 void Receiver::resume() {
-  const bool same_boot = is_same_boot(store_.hidden_path() + "/boot_id");
+  const std::string boot_file = store_.hidden_path() + "/boot_id";
+  const bool same_boot = is_same_boot(boot_file);
   std::vector<std::uint64_t> left = store_.parts_left();
   for (TransferRecord& record : ledger_.all(Outcome::kReceiving)) {
     const auto part = std::find(left.begin(), left.end(), record.id);
@@ -225,21 +227,32 @@ void Receiver::resume() {
       continue;
     }
     store_.drop_part(record.id);
-    const bool delivered = !has_part && record.missing.empty() && record.received == record.parts;
-    record.outcome = delivered ? Outcome::kDelivered : Outcome::kIncomplete;
-    if (!delivered) {
-      record.why = has_part ? "the machine was restarted" : "its bytes are gone";
-      record.missing = Ranges(1, record.parts).text();
-      ++metrics_.incomplete;
-      events_.incomplete(record, "");
-    }
-    settlement_.save(record);
+    close_unfinished(std::move(record), has_part);
   }
   for (const std::uint64_t id : left) store_.drop_part(id);
+  note_boot(boot_file);  // last: a kill on the way here must not make old bytes good
+}
+
+/// Of what an earlier run had begun to deliver, or to give up, when it was killed,
+/// the part is gone and the record tells which of both it was.
+void Receiver::close_unfinished(TransferRecord record, bool has_part) {
+  const bool given_up = !has_part && !record.why.empty();
+  const bool delivered =
+      !has_part && !given_up && record.missing.empty() && record.received == record.parts;
+  if (!delivered && !given_up) {
+    record.why = has_part ? "the machine was restarted" : "its bytes are gone";
+    record.missing = Ranges(1, record.parts).text();
+  }
+  record.outcome = delivered ? Outcome::kDelivered : Outcome::kIncomplete;
+  settlement_.save(record);
+  if (delivered) return;
+  ++metrics_.incomplete;
+  events_.incomplete(record, "");
 }
 
 void Receiver::resume_one(TransferRecord record) {
   const std::uint64_t id = record.id;
+  record.why.clear();  // of giving it up, which did not come to its end
   const double silent_for = std::max(0.0, real_ - record.last_packet);
   Fd fd = store_.open_part(id);
   if (!fd) {

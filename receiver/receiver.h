@@ -60,6 +60,7 @@ class Receiver {
   std::uint64_t bytes_on_their_way() const;
   void feed_from_stash(Transfer& transfer);
   void resume_one(TransferRecord record);
+  void close_unfinished(TransferRecord record, bool has_part);
 
   void settle(Transfer& transfer);
   void fail(Transfer& transfer, const std::string& why);

@@ -27,7 +27,7 @@ bool Settlement::deliver(Transfer& transfer, double real) {
   save(record);
   const std::string name = safe_name(record.name);
   const bool journal = record.file_kind == kKindTrashJournal;
-  // before it is delivered: should we be killed in between, it is not read again
+  // first of all: delivered first, a kill in between would leave it unread
   if (journal) read_journal_of(transfer);
   const Delivery delivery =
       journal ? store_.deliver_journal(record.id, transfer.fd(), record.send_time, name)
@@ -58,8 +58,8 @@ void Settlement::read_journal_of(const Transfer& transfer) {
 
 void Settlement::give_up(Transfer& transfer, const std::string& why) {
   TransferRecord record = transfer.record();
-  record.outcome = Outcome::kIncomplete;
   record.why = why;
+  save(record);  // should we be killed now, the next run does not take it for delivered
   Delivery kept;
   if (drop_incomplete_) {
     store_.drop_part(record.id);
@@ -67,6 +67,7 @@ void Settlement::give_up(Transfer& transfer, const std::string& why) {
     kept = store_.keep_incomplete(record.id, safe_name(record.name), missing_note(record));
     if (!kept.done) events_.warning("can't keep an incomplete file: " + kept.error);
   }
+  record.outcome = Outcome::kIncomplete;
   record.delivered_to = kept.path;
   save(record);
   ++metrics_.incomplete;

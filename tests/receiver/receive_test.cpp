@@ -359,6 +359,22 @@ TEST_F(Receive, GoesOnAfterItsEnd) {
   EXPECT_TRUE(file.bytes == contents(into / "f"));
 }
 
+TEST_F(Receive, KnowsWhatAKillOrARestartOfTheMachineInterrupted) {
+  start();
+  const File file{1, "f", random_bytes(2000, 1)};
+  feed({file.header(), file.part(1)});
+  TransferRecord complete = *ledger->find(1);
+  complete.id = 2, complete.missing = "", complete.received = complete.parts;
+  EXPECT_EQ("", ledger->save(complete));
+  complete.id = 3, complete.why = "given up";
+  EXPECT_EQ("", ledger->save(complete));
+  std::ofstream(hidden / "boot_id") << "another\n";
+  start();
+  EXPECT_EQ("the machine was restarted given up ", told("incomplete", "why"));
+  EXPECT_EQ(Outcome::kDelivered, ledger->find(2)->outcome);
+  EXPECT_TRUE(fs::is_empty(hidden / "parts"));
+}
+
 TEST_F(Receive, RunsAsAProgram) {
   const Sender sender;
   const File file{1, "f", random_bytes(100'000, 1)}, lost{2, "lost", ""};
