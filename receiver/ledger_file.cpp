@@ -36,9 +36,11 @@ static_assert(kSchema == 1, "user_version above");
 std::string check_schema(sqlite3* db, int& schema) {
   const std::optional<int> version = number_of(db, "PRAGMA user_version");
   const std::optional<int> tables = number_of(db, "SELECT count(*) FROM sqlite_master");
-  if (!version || !tables) return error_of(db);
+  const std::optional<int> ours =
+      number_of(db, "SELECT count(*) FROM sqlite_master WHERE name IN ('transfers', 'journal')");
+  if (!version || !tables || !ours) return error_of(db);
   schema = *version;
-  if (schema == 0 && *tables > 0) return "it is another program's database";
+  if (schema == 0 ? *tables > 0 : *ours != 2) return "it is another program's database";
   if (schema > kSchema) {
     return "it was written by a newer version (schema " + std::to_string(schema) +
            ", this version knows " + std::to_string(kSchema) + ")";

@@ -60,6 +60,12 @@ TEST_F(LedgerTest, TellsOfAFullDiskAndGoesOnAfterIt) {
 }
 
 TEST_F(LedgerTest, RefusesWhatItCannotUseAndSaysThatADamagedFileGaveLess) {
+  sqlite3* foreign = nullptr;
+  sqlite3_open((file + "2").c_str(), &foreign);
+  sqlite3_exec(foreign, "CREATE TABLE t(x); PRAGMA user_version = 1", nullptr, nullptr, nullptr);
+  sqlite3_close(foreign);
+  EXPECT_FALSE(Ledger::open(file + "2", error));
+  EXPECT_NE(std::string::npos, error.find("another program's")) << error;
   EXPECT_FALSE(Ledger::open(dir, error) || Ledger::open_to_read(file, error));
   for (const std::uint64_t id : {1U, 2U}) save(*Ledger::open(file, error), id, {}, 1 << 16);
   const auto damage = [&](auto at, const std::string& bytes) {
