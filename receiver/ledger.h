@@ -30,9 +30,11 @@ class Ledger {
   void begin();
   std::string commit();
 
+  /// None, too, where the ledger can't be read: see read_error().
   std::optional<TransferRecord> find(std::uint64_t id);
 
-  /// All with this outcome, oldest first; all records without one.
+  /// All with this outcome, oldest first; all records without one. Less than all
+  /// where the ledger can't be read: see read_error().
   std::vector<TransferRecord> all(std::optional<Outcome> outcome);
 
   /// Adds the entries that are not there yet: later journals extend earlier ones.
@@ -43,7 +45,7 @@ class Ledger {
   /// transfers a delivered one counts.
   std::vector<JournalMatch> match_journal();
 
-  /// "", or why a reading above gave less than there is (a damaged file).
+  /// "", or why a reading above gave less than there is (a damaged file). It stays.
   std::string read_error() const { return read_error_; }
 
  private:

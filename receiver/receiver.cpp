@@ -105,6 +105,7 @@ void Receiver::take_header(const HeaderPacket& header, const sockaddr_in& from) 
   }
   if (settled_.has(header.id)) return;
   const std::optional<TransferRecord> known = ledger_.find(header.id);
+  (void)ledger_is_readable();
   if (known && (known->outcome == Outcome::kDelivered || known->outcome == Outcome::kRefused)) {
     remember(header.id);
     return;
@@ -218,7 +219,9 @@ void Receiver::resume() {
   const std::string boot_file = store_.hidden_path() + "/boot_id";
   const bool same_boot = is_same_boot(boot_file);
   std::vector<std::uint64_t> left = store_.parts_left();
-  for (TransferRecord& record : ledger_.all(Outcome::kReceiving)) {
+  std::vector<TransferRecord> unfinished = ledger_.all(Outcome::kReceiving);
+  const bool readable = ledger_is_readable();
+  for (TransferRecord& record : unfinished) {
     const auto part = std::find(left.begin(), left.end(), record.id);
     const bool has_part = part != left.end();
     if (has_part) left.erase(part);
@@ -229,8 +232,16 @@ void Receiver::resume() {
     store_.drop_part(record.id);
     close_unfinished(std::move(record), has_part);
   }
+  if (!readable) return;  // what it does not tell of may still be wanted
   for (const std::uint64_t id : left) store_.drop_part(id);
   note_boot(boot_file);  // last: a kill on the way here must not make old bytes good
+}
+
+/// False, with one warning a run, if it did not give all that it should hold.
+bool Receiver::ledger_is_readable() {
+  const std::string error = ledger_.read_error();
+  if (!error.empty() && !std::exchange(damage_told_, true)) events_.warning("ledger: " + error);
+  return error.empty();
 }
 
 /// Of what an earlier run had begun to deliver, or to give up, when it was killed,
@@ -300,6 +311,7 @@ void Receiver::give_up_the_silent(double now) {
 }
 
 void Receiver::save_progress() {
+  settlement_.save_again();
   ledger_.begin();
   for (auto& [id, transfer] : transfers_) {
     if (std::exchange(transfer.unsaved, false)) settlement_.save(transfer.record());

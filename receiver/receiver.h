@@ -59,6 +59,7 @@ class Receiver {
   std::string reason_to_refuse(const HeaderPacket& header) const;
   std::uint64_t bytes_on_their_way() const;
   void feed_from_stash(Transfer& transfer);
+  bool ledger_is_readable();
   void resume_one(TransferRecord record);
   void close_unfinished(TransferRecord record, bool has_part);
 
@@ -92,5 +93,6 @@ class Receiver {
   double next_metrics_ = 0;
   std::uint64_t closed_repeated_ = 0;   ///< of transfers that are closed
   std::uint64_t closed_differing_ = 0;  ///< of transfers that are closed
-  std::uint64_t latest_id_ = 0;         ///< of the transfer that packets came for
+  bool damage_told_ = false;
+  std::uint64_t latest_id_ = 0;  ///< of the transfer that packets came for
 };

@@ -11,6 +11,7 @@
 namespace {
 
 constexpr std::uint64_t kRefusalsASecond = 20;  // told and recorded; all are counted
+constexpr std::size_t kMostUnsaved = 1000;      // kept while the ledger's disk is full
 
 std::string missing_note(const TransferRecord& record) {
   const std::string missing = ranges_text(missing_bytes(record));
@@ -89,5 +90,16 @@ void Settlement::refuse(TransferRecord record, const std::string& why, double no
 
 void Settlement::save(const TransferRecord& record) {
   const std::string error = ledger_.save(record);
-  if (!error.empty()) events_.warning("ledger: " + error);
+  unsaved_.erase(record.id);
+  if (error.empty()) return;
+  events_.warning("ledger: " + error);
+  if (record.outcome != Outcome::kReceiving && unsaved_.size() < kMostUnsaved) {
+    unsaved_.emplace(record.id, record);
+  }
+}
+
+void Settlement::save_again() {
+  while (!unsaved_.empty() && ledger_.save(unsaved_.begin()->second).empty()) {
+    unsaved_.erase(unsaved_.begin());
+  }
 }

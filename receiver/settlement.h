@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 
 #include "receiver/events.h"
@@ -32,8 +33,12 @@ class Settlement {
   /// Turns a transfer away at the time `now` (monotonic, s).
   void refuse(TransferRecord record, const std::string& why, double now);
 
-  /// Writes the record; warns on failure.
+  /// Writes the record. On failure warns, and keeps what is no longer receiving
+  /// for save_again(); of the others the caller must see to it.
   void save(const TransferRecord& record);
+
+  /// Tries once more what could not be saved.
+  void save_again();
 
  private:
   void read_journal_of(const Transfer& transfer);
@@ -43,6 +48,7 @@ class Settlement {
   Events& events_;
   Metrics& metrics_;
   bool drop_incomplete_;
-  std::uint64_t refusals_told_ = 0;  ///< in the present second
+  std::map<std::uint64_t, TransferRecord> unsaved_;  ///< by id
+  std::uint64_t refusals_told_ = 0;                  ///< in the present second
   double refusal_second_ = 0;
 };

@@ -299,6 +299,20 @@ TEST_F(Receive, AWriteThatFailsCostsOnlyItsFile) {
   });
 }
 
+TEST_F(Receive, SavesAnOutcomeOnceTheLedgerHasRoomAgain) {
+  start();
+  rlimit limit{};
+  const rlimit small{100, RLIM_INFINITY};
+  (void)signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(0, prlimit(0, RLIMIT_FSIZE, &small, &limit));
+  feed(File{5, "f", "small"}.pass());
+  setrlimit(RLIMIT_FSIZE, &limit);
+  EXPECT_EQ("f ", told("delivered", "path"));
+  EXPECT_FALSE(ledger->find(5));
+  receiver->end(0);
+  EXPECT_EQ(Outcome::kDelivered, ledger->find(5)->outcome);
+}
+
 TEST_F(Receive, SurvivesHostileDatagrams) {
   start({"--max-transfers", "8"});
   const File file{1, "n", random_bytes(5'000, 1), "d"};
