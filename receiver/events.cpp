@@ -32,10 +32,6 @@ std::string to_line(const Json& json) {
   return json.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
-std::string missing_text(const TransferRecord& record) {
-  return ranges_text(missing_bytes(record));
-}
-
 }  // namespace
 
 Events::Events(bool json) : json_(json), terminal_(!json && isatty(STDOUT_FILENO) == 1) {}
@@ -55,21 +51,24 @@ void Events::delivered(const TransferRecord& record) {
   line("delivered " + printable(record.delivered_to) + " (" + std::to_string(record.size) +
        " bytes)");
   if (record.differing > 0) {
-    warning(shown(record) + ": " + std::to_string(record.differing) +
-            " repeated parts held other bytes than what is stored");
+    warning_line(shown(record) + ": " + std::to_string(record.differing) +
+                 " repeated parts held other bytes than what is stored");
   }
 }
 
-void Events::incomplete(const TransferRecord& record, const std::string& kept_as) {
+void Events::incomplete(const TransferRecord& record) {
+  const std::string missing = ranges_text(missing_bytes(record));
   if (json_) {
     Json json = event("incomplete", record);
-    json["missing_bytes"] = missing_text(record);
-    json["kept_as"] = kept_as;
+    json["missing_bytes"] = missing;
+    json["kept_as"] = record.delivered_to;
     json["why"] = record.why;
     return line(to_line(json));
   }
-  line("INCOMPLETE " + shown(record) + ": " + record.why + ", missing bytes " +
-       missing_text(record) + (kept_as.empty() ? "" : ", kept as " + printable(kept_as)));
+  const std::string& kept_as = record.delivered_to;
+  line("INCOMPLETE " + shown(record) + ": " + printable(record.why) +
+       (missing.empty() ? "" : ", missing bytes " + missing) +
+       (kept_as.empty() ? "" : ", kept as " + printable(kept_as)));
 }
 
 void Events::refused(const TransferRecord& record) {
@@ -78,11 +77,14 @@ void Events::refused(const TransferRecord& record) {
     json["why"] = record.why;
     return line(to_line(json));
   }
-  line("REFUSED " + shown(record) + ": " + record.why);
+  line("REFUSED " + shown(record) + ": " + printable(record.why));
 }
 
 void Events::warning(const std::string& text) {
-  if (json_) return line(to_line({{"event", "warning"}, {"text", text}}));
+  json_ ? line(to_line({{"event", "warning"}, {"text", text}})) : warning_line(printable(text));
+}
+
+void Events::warning_line(const std::string& text) {
   clear_progress();
   std::cerr << "warning: " << text << std::endl;
 }

@@ -1,7 +1,8 @@
 // receiver/events.h: tells the operator what happens, as text or JSON lines.
 //
-// Events go to standard output, warnings as text to standard error. On a
-// terminal a progress line stands below the events and is drawn anew.
+// Events go to standard output; warnings to standard error, or with JSON among the
+// events. What came off the wire is shown by printable(). On a terminal a progress
+// line stands below the events and is drawn anew.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +16,7 @@ class Events {
 
   void listening(const std::string& at, const std::string& into);
   void delivered(const TransferRecord& record);
-  void incomplete(const TransferRecord& record, const std::string& kept_as);
+  void incomplete(const TransferRecord& record);
   void refused(const TransferRecord& record);
   void warning(const std::string& text);
   void ended(std::uint64_t files);
@@ -29,6 +30,7 @@ class Events {
 
  private:
   void line(const std::string& text);
+  void warning_line(const std::string& text);
   void clear_progress();
 
   bool json_;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <optional>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -258,7 +259,7 @@ void Receiver::close_unfinished(TransferRecord record, bool has_part) {
   settlement_.save(record);
   if (delivered) return;
   ++metrics_.incomplete;
-  events_.incomplete(record, "");
+  events_.incomplete(record);
 }
 
 void Receiver::resume_one(TransferRecord record) {

@@ -72,7 +72,7 @@ void Settlement::give_up(Transfer& transfer, const std::string& why) {
   record.delivered_to = kept.path;
   save(record);
   ++metrics_.incomplete;
-  events_.incomplete(record, kept.path);
+  events_.incomplete(record);
 }
 
 void Settlement::refuse(TransferRecord record, const std::string& why, double now) {
