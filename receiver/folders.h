@@ -15,8 +15,8 @@ Fd open_path(const std::string& path);
 /// a filter forbids it, and whenever a folder is missing: try enter() then.
 Fd open_beneath(int folder, const std::string& path);
 
-/// The folder `name` right in `folder`, made with `mode` when missing, and then
-/// synced if `sync`. Invalid on failure, errno set.
+/// The folder `name` right in `folder`; when missing it is made, with `mode` less the
+/// umask, and then `folder` is synced if `sync`. Invalid on failure, errno set.
 Fd enter(int folder, const char* name, mode_t mode, bool sync);
 
 /// False on failure. Some file systems have nothing to sync in a folder.

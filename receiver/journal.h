@@ -1,6 +1,7 @@
 // receiver/journal.h: reads a sender's trash journal.
 #pragma once
 
+#include <cstdint>
 #include <istream>
 #include <vector>
 

@@ -108,7 +108,7 @@ bool Ledger::prepare_all() {
       {&save_, kSave},          {&find_, kFind},  {&all_, kAll}, {&by_outcome_, kByOutcome},
       {&add_entry_, kAddEntry}, {&match_, kMatch}};
   for (const auto& [statement, sql] : statements) {
-    *statement = prepare(db_.get(), sql);
+    *statement = prepare_statement(db_.get(), sql);
     if (!*statement) return false;
   }
   return true;

@@ -17,7 +17,7 @@ class Ledger {
   /// Opens or creates the file. On failure null, and `error` is a text for the user.
   static std::unique_ptr<Ledger> open(const std::string& path, std::string& error);
 
-  /// Opens a file that is there for reading only, while a receiver writes to it
+  /// Opens a file that is there, for reading only, while a receiver writes to it
   /// or where nothing may be written. Failure as with open().
   static std::unique_ptr<Ledger> open_to_read(const std::string& path, std::string& error);
 

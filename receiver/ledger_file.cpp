@@ -66,14 +66,14 @@ std::string make_ready(sqlite3* db) {
 std::string file_name(const std::string& path) { return path[0] == '/' ? path : "./" + path; }
 
 /// Such a connection needs no files beside the ledger, but sees no later change.
-Db connect_to_unchanging(const std::string& path) {
+Db open_unchanging(const std::string& path) {
   std::string uri = "file:";
   for (const char c : file_name(path)) {
     char escape[4] = "";
     (void)std::snprintf(escape, sizeof escape, "%%%02X", static_cast<unsigned char>(c));
     uri += c == '/' ? "/" : escape;
   }
-  return connect(uri + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+  return open_db(uri + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
 }
 
 bool has_bytes(const std::string& path) {
@@ -84,18 +84,18 @@ bool has_bytes(const std::string& path) {
 }  // namespace
 
 Db open_ledger_file(const std::string& path, std::string& error) {
-  Db db = connect(file_name(path), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+  Db db = open_db(file_name(path), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
   error = make_ready(db.get());
   return db;
 }
 
 Db open_ledger_file_to_read(const std::string& path, std::string& error) {
   int schema = 0;
-  Db db = connect(file_name(path), SQLITE_OPEN_READONLY);
+  Db db = open_db(file_name(path), SQLITE_OPEN_READONLY);
   error = check_schema(db.get(), schema);
   if (!error.empty() && has_bytes(path) && !has_bytes(path + "-wal")) {
     // no one writes, and SQLite may not put its files beside the ledger
-    db = connect_to_unchanging(path);
+    db = open_unchanging(path);
     error = check_schema(db.get(), schema);
   }
   if (error.empty() && schema == 0) error = "it holds no ledger";

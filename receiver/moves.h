@@ -9,8 +9,8 @@
 /// unless it has been renamed by then.
 class Temporary {
  public:
-  /// Makes the file in the open `folder`, in the place of one that a killed run
-  /// left there. On failure fd() is -1, errno set.
+  /// Makes the file in `folder`, which stays open as long as this lasts, in the place
+  /// of one that a killed run left there. On failure fd() is -1, errno set.
   Temporary(int folder, std::string name);
   ~Temporary();
   Temporary(const Temporary&) = delete;

@@ -15,9 +15,11 @@ struct Pass {
   bool ended = true;  ///< false: we stopped looking, or it goes on; `lost` says nothing
 };
 
+/// Pass 1, 2, ...
 std::vector<Pass> passes_of(const TransferRecord& record);
 
-/// "pass 1: 95+0 of 100, 5.0 % lost; pass 2: 5+40 of 100 when complete"
+/// "pass 1: 95+0 of 100, 5.0 % lost; pass 2: 5+40 of 100 when complete", of a file
+/// with parts.
 std::string passes_text(const TransferRecord& record, const std::vector<Pass>& passes);
 
 /// "4.0 %" of `of`, which is not 0; a little is never shown as nothing.

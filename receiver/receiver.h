@@ -27,6 +27,8 @@ class Receiver {
  public:
   /// All are kept by the caller and must outlive it.
   Receiver(const Options& options, Store& store, Ledger& ledger, Events& events);
+  Receiver(const Receiver&) = delete;
+  Receiver& operator=(const Receiver&) = delete;
 
   /// Goes on with the transfers that an earlier run left unfinished.
   void resume();
@@ -78,7 +80,7 @@ class Receiver {
   Store& store_;
   Ledger& ledger_;
   Events& events_;
-  Metrics metrics_;
+  Metrics metrics_;  ///< before settlement_, which counts in it
   Settlement settlement_;
   LinkLoss link_loss_;
   Stash stash_;

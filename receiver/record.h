@@ -10,10 +10,9 @@
 
 enum class Outcome { kReceiving, kDelivered, kIncomplete, kRefused };
 
-constexpr const char* kOutcomeNames[] = {"receiving", "delivered", "incomplete", "refused"};
-
 inline const char* outcome_name(Outcome outcome) {
-  return kOutcomeNames[static_cast<std::size_t>(outcome)];
+  constexpr const char* kNames[] = {"receiving", "delivered", "incomplete", "refused"};
+  return kNames[static_cast<std::size_t>(outcome)];
 }
 
 /// One transfer. Times are seconds since 1970, with fractions where double.
@@ -26,8 +25,8 @@ struct TransferRecord {
   std::uint64_t size = 0;        ///< bytes
   std::string name;              ///< converted; "%XX" for bytes that have no character here
   std::string folder;            ///< converted; "%XX" for bytes that have no character here
-  std::string source;            ///< address:port of the first packet
-  double first_packet = 0;
+  std::string source;            ///< address:port of the first header packet
+  double first_packet = 0;       ///< the first header packet
   double last_packet = 0;
   std::uint64_t parts = 0;                       ///< of the whole file
   std::uint64_t received = 0;                    ///< distinct parts
@@ -35,7 +34,7 @@ struct TransferRecord {
   std::uint64_t differing = 0;                   ///< repeated parts with other bytes
   std::vector<std::uint64_t> received_per_pass;  ///< new parts in pass 1, 2, ...
   std::vector<std::uint64_t> repeated_per_pass;  ///< known parts in pass 1, 2, ...
-  std::string missing;                           ///< part numbers, "1-5,9"; "" when complete
+  std::string missing;  ///< part numbers, "1-5,9"; "" when complete or refused at once
   Outcome outcome = Outcome::kReceiving;
   std::string why;           ///< of a refusal or an incomplete delivery
   std::string delivered_to;  ///< path on this side

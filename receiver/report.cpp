@@ -7,10 +7,13 @@
 #include <ctime>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <utility>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "receiver/byte_ranges.h"
 #include "receiver/hex.h"
+#include "receiver/ledger.h"
 #include "receiver/passes.h"
 #include "receiver/utf8.h"
 #include "send/wire_format.h"

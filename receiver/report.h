@@ -1,9 +1,10 @@
 // receiver/report.h: prints what the ledger holds.
 #pragma once
 
+#include <cstdint>
 #include <ostream>
 
-#include "receiver/ledger.h"
+class Ledger;
 
 struct ReportOptions {
   bool missing = false;     ///< only paths that never arrived, or arrived incomplete

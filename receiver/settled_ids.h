@@ -6,7 +6,7 @@
 #include <deque>
 #include <unordered_set>
 
-/// Keeps the latest ones; the ledger knows all.
+/// Keeps the latest ones; the ledger knows more.
 class SettledIds {
  public:
   static constexpr std::size_t kMost = 100'000;

@@ -24,13 +24,15 @@ class Settlement {
         drop_incomplete_(drop_incomplete) {}
 
   /// Delivers a complete one at the time `real` (since 1970, s). False if that is
-  /// not possible: it is given up then.
+  /// not possible: it is given up then. After either the caller closes it.
   bool deliver(Transfer& transfer, double real);
 
-  /// Keeps what came, or drops it, and reports it. A later pass begins anew.
+  /// Keeps what came, or drops it, and reports it. The caller closes the transfer; a
+  /// later pass begins it anew.
   void give_up(Transfer& transfer, const std::string& why);
 
-  /// Turns a transfer away at the time `now` (monotonic, s).
+  /// Turns a transfer away at the time `now` (monotonic, s). More than 20 a second
+  /// are only counted.
   void refuse(TransferRecord record, const std::string& why, double now);
 
   /// Writes the record. On failure warns, and keeps what is no longer receiving

@@ -10,21 +10,21 @@ constexpr int kBusyWait = 2000;  // ms; only a second writer makes us wait
 
 }  // namespace
 
-Db connect(const std::string& name, int flags) {
+Db open_db(const std::string& name, int flags) {
   sqlite3* db = nullptr;
   (void)sqlite3_open_v2(name.c_str(), &db, flags, nullptr);
   if (db != nullptr) sqlite3_busy_timeout(db, kBusyWait);
   return Db(db);
 }
 
-Statement prepare(sqlite3* db, const char* sql) {
+Statement prepare_statement(sqlite3* db, const char* sql) {
   sqlite3_stmt* statement = nullptr;
   (void)sqlite3_prepare_v3(db, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
   return Statement(statement);  // null on failure
 }
 
 std::optional<int> number_of(sqlite3* db, const char* sql) {
-  const Statement statement = prepare(db, sql);
+  const Statement statement = prepare_statement(db, sql);
   if (!statement || sqlite3_step(statement.get()) != SQLITE_ROW) return {};
   return sqlite3_column_int(statement.get(), 0);
 }

@@ -3,7 +3,6 @@
 
 #include <sqlite3.h>
 
-#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,10 +19,10 @@ using Statement = std::unique_ptr<sqlite3_stmt, StatementCloser>;
 
 /// A connection to the file `name` with the `flags` of sqlite3_open_v2(). A broken
 /// one has an error code; it is null if memory ran out.
-Db connect(const std::string& name, int flags);
+Db open_db(const std::string& name, int flags);
 
 /// A statement to be kept and run often; null on failure.
-Statement prepare(sqlite3* db, const char* sql);
+Statement prepare_statement(sqlite3* db, const char* sql);
 
 /// The first number that `sql` gives; none on failure.
 std::optional<int> number_of(sqlite3* db, const char* sql);
@@ -32,7 +31,7 @@ std::optional<int> number_of(sqlite3* db, const char* sql);
 std::string error_of(sqlite3* db);
 
 /// One run of a kept statement. Reset at its end: an unfinished read would hold
-/// back the writer's checkpoints. What is bound outlives the run.
+/// back the writer's checkpoints. What is bound must outlive the run.
 class Run {
  public:
   explicit Run(const Statement& statement) : statement_(statement.get()) {}
@@ -48,8 +47,7 @@ class Run {
     sqlite3_bind_int64(statement_, ++bound_, static_cast<sqlite3_int64>(value));
   }
   void put_real(double value) { sqlite3_bind_double(statement_, ++bound_, value); }
-  /// Any bytes, which must outlive the run; as TEXT where they are text, so that
-  /// queries by hand find them.
+  /// Any bytes; as TEXT where they are text, so that queries by hand find them.
   void put_bytes(const std::string& value);
 
   /// SQLITE_ROW, SQLITE_DONE or a failure; the next take_...() is of the first column.

@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -21,7 +22,6 @@
 
 namespace {
 
-constexpr int kFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 constexpr char kNoteSuffix[] = ".missing.txt";
 
 struct DirCloser {
@@ -102,8 +102,8 @@ void Store::drop_part(std::uint64_t id) { unlinkat(parts_.get(), hex(id).c_str()
 
 std::vector<std::uint64_t> Store::parts_left() {
   std::vector<std::uint64_t> ids;
-  const int fd = openat(parts_.get(), ".", kFolder);  // closed by closedir(3)
-  const std::unique_ptr<DIR, DirCloser> dir(fd < 0 ? nullptr : fdopendir(fd));
+  const int fd = openat(parts_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const std::unique_ptr<DIR, DirCloser> dir(fd < 0 ? nullptr : fdopendir(fd));  // closes fd, too
   if (!dir) return ids;
   while (const dirent* entry = readdir(dir.get())) {
     const std::string name = entry->d_name;

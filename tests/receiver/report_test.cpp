@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "receiver/journal.h"
+#include "receiver/ledger.h"
 
 struct Report : testing::Test {
   Report() { setenv("TZ", "UTC-3", 1); }
