@@ -16,12 +16,14 @@ SourceFile::SourceFile(const std::string& path) {
     if (!fd_ || fstat(fd_.get(), &st) != 0) return;
   }
   if (!S_ISREG(st.st_mode)) {
-    state_ = State::kIrregular;
+    // a folder comes here as a file only because it can't be opened
+    state_ = S_ISDIR(st.st_mode) ? State::kMissing : State::kIrregular;
     return;
   }
   state_ = State::kOpen;
-  size_ = lseek(fd_.get(), 0, SEEK_END);
+  // the stamp first: what is appended after it shows as a change
   stamp_ = file_stamp(fd_.get()).value_or(FileStamp{});
+  size_ = lseek(fd_.get(), 0, SEEK_END);
 }
 
 void SourceFile::rewind() const { lseek(fd_.get(), 0, SEEK_SET); }

@@ -12,8 +12,8 @@ class SourceFile {
  public:
   enum class State {
     kOpen,       ///< may be read
-    kMissing,    ///< not there, or not to be opened
-    kIrregular,  ///< a pipe, device, socket or folder
+    kMissing,    ///< not there, or not to be opened; also a folder
+    kIrregular,  ///< a pipe, device or socket
   };
 
   /// Opens `path`; never waits, whatever it names. What is no regular file is
@@ -26,7 +26,8 @@ class SourceFile {
   /// none.
   std::int64_t size() const { return size_; }
 
-  /// Which file it is, with size and modification time when it was opened.
+  /// Which file it is, with size and modification time when it was opened, right
+  /// before its end was looked for.
   const FileStamp& stamp() const { return stamp_; }
 
   /// Back to the first byte.
