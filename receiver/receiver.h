@@ -27,6 +27,7 @@ class Receiver {
  public:
   /// All are kept by the caller and must outlive it.
   Receiver(const Options& options, Store& store, Ledger& ledger, Events& events);
+  ~Receiver() = default;
   Receiver(const Receiver&) = delete;
   Receiver& operator=(const Receiver&) = delete;
 
