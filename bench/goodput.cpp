@@ -16,8 +16,8 @@
 namespace {
 
 constexpr std::uint32_t kDatagram = 1400;
-constexpr int kReceiveBuffer = 256 << 20;  // bytes, as the receiver's
-constexpr double kPatience = 60;           // s
+constexpr int kReceiveBuffer = 1 << 30;  // bytes, as the receiver's
+constexpr double kPatience = 60;         // s
 
 struct Pair {
   std::string name;

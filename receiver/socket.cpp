@@ -10,9 +10,13 @@
 
 namespace {
 
-constexpr std::size_t kBatch = 32;        // messages a call
-constexpr std::size_t kMessage = 65536;   // bytes; more than any datagram or joined ones
-constexpr int kWantedBuffer = 256 << 20;  // bytes; taken only as it fills
+constexpr std::size_t kBatch = 32;       // messages a call
+constexpr std::size_t kMessage = 65536;  // bytes; more than any datagram or joined ones
+// Bytes; taken only as it fills. The first one holds half a second at 2 GB/s, for when
+// the disk holds us up; where memory is short the kernel's own limit (udp_mem, udp(7))
+// is below it. The second one is what an operator can be asked for.
+constexpr int kForcedBuffer = 1 << 30;
+constexpr int kWantedBuffer = 256 << 20;
 constexpr std::size_t kControlSize = CMSG_SPACE(sizeof(int)) + CMSG_SPACE(sizeof(std::uint32_t));
 
 struct alignas(cmsghdr) Control {
@@ -41,7 +45,7 @@ UdpSocket::UdpSocket(const sockaddr_in& at)
 }
 
 void UdpSocket::enlarge_buffer() {
-  if (setsockopt(fd_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kWantedBuffer, sizeof kWantedBuffer) ==
+  if (setsockopt(fd_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kForcedBuffer, sizeof kForcedBuffer) ==
       0) {
     return;
   }
