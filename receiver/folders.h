@@ -1,4 +1,5 @@
-// receiver/folders.h: opens folders without following a symbolic link.
+// receiver/folders.h: opens folders; those whose names came off the wire without
+// following a symbolic link.
 #pragma once
 
 #include <sys/types.h>

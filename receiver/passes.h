@@ -15,7 +15,7 @@ struct Pass {
   bool ended = true;  ///< false: we stopped looking, or it goes on; `lost` says nothing
 };
 
-/// Pass 1, 2, ...
+/// One for each pass that was told apart, pass 1 first.
 std::vector<Pass> passes_of(const TransferRecord& record);
 
 /// "pass 1: 95+0 of 100, 5.0 % lost; pass 2: 5+40 of 100 when complete", of a file

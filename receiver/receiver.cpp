@@ -127,11 +127,11 @@ void Receiver::begin(const HeaderPacket& header, const sockaddr_in& from) {
     return;
   }
   const auto begun = transfers_.emplace(header.id, Transfer(std::move(record), std::move(fd)));
-  settlement_.save(
-      begun.first->second.record());  // with all its parts as missing: we may be killed now
-  (void)begun.first->second.take_header(header);  // agrees with itself
+  Transfer& transfer = begun.first->second;
+  settlement_.save(transfer.record());  // with all its parts as missing: we may be killed now
+  (void)transfer.take_header(header);   // agrees with itself
   touch(header.id);
-  feed_from_stash(begun.first->second);
+  feed_from_stash(transfer);
 }
 
 std::string Receiver::reason_to_refuse(const HeaderPacket& header) const {

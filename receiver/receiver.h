@@ -96,6 +96,6 @@ class Receiver {
   double next_metrics_ = 0;
   std::uint64_t closed_repeated_ = 0;   ///< of transfers that are closed
   std::uint64_t closed_differing_ = 0;  ///< of transfers that are closed
-  bool damage_told_ = false;
-  std::uint64_t latest_id_ = 0;  ///< of the transfer that packets came for
+  bool damage_told_ = false;            ///< of the ledger
+  std::uint64_t latest_id_ = 0;         ///< of the last transfer that packets came for
 };

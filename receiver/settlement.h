@@ -35,11 +35,11 @@ class Settlement {
   /// are only counted.
   void refuse(TransferRecord record, const std::string& why, double now);
 
-  /// Writes the record. On failure warns, and keeps what is no longer receiving
-  /// for save_again(); of the others the caller must see to it.
+  /// Writes the record. On failure warns, and keeps it (up to 1000) for save_again()
+  /// if it is no longer receiving; one that is, the caller must save again.
   void save(const TransferRecord& record);
 
-  /// Tries once more what could not be saved.
+  /// Tries once more what could not be saved, up to the first failure.
   void save_again();
 
  private:
