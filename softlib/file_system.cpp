@@ -1,22 +1,16 @@
 #include "softlib/file_system.h"
 
-#include <sys/stat.h>
+#include <fcntl.h>
 
 #include <algorithm>
 #include <climits>
 #include <sstream>
 #include <tuple>
+#include <utility>
 
-#include "softlib/owners.h"
+#include "ground/owners.h"
+#include "softlib/links.h"
 #include "softlib/path.h"
-
-namespace {
-
-FileStamp stamp_of(const struct stat& st) {
-  return {st.st_dev, st.st_ino, st.st_size, st.st_mtim.tv_sec, st.st_mtim.tv_nsec};
-}
-
-}  // namespace
 
 bool file_exists(const std::string& path) {
   struct stat st {};
@@ -39,25 +33,20 @@ std::time_t get_file_mtime(const std::string& path) {
 }
 
 bool operator==(const FileStamp& a, const FileStamp& b) {
-  return std::tie(a.device, a.inode, a.size, a.modified_s, a.modified_ns) ==
-         std::tie(b.device, b.inode, b.size, b.modified_s, b.modified_ns);
+  return std::tie(a.device, a.inode, a.size, a.modified_s, a.modified_ns, a.changed_s,
+                  a.changed_ns) == std::tie(b.device, b.inode, b.size, b.modified_s, b.modified_ns,
+                                            b.changed_s, b.changed_ns);
 }
 
-std::optional<FileStamp> file_stamp(const std::string& path) {
-  struct stat st {};
-  if (stat(path.c_str(), &st) != 0) return std::nullopt;
-  return stamp_of(st);
+FileStamp file_stamp(const struct stat& st) {
+  return {st.st_dev,          st.st_ino,         st.st_size,        st.st_mtim.tv_sec,
+          st.st_mtim.tv_nsec, st.st_ctim.tv_sec, st.st_ctim.tv_nsec};
 }
 
 std::optional<FileStamp> file_stamp(int fd) {
   struct stat st {};
   if (fstat(fd, &st) != 0) return std::nullopt;
-  return stamp_of(st);
-}
-
-bool changed_since(const FileStamp& before, const std::string& path) {
-  const std::optional<FileStamp> now = file_stamp(path);
-  return now && !(*now == before);
+  return file_stamp(st);
 }
 
 std::string get_cur_dir() {
@@ -85,12 +74,16 @@ bool is_dot_entry(const char* name) {
 bool MakeDir(std::string& path) {
   std::replace(path.begin(), path.end(), '\\', '/');
   if (is_dir("", path)) return true;
-  std::string made = path.compare(0, 1, "/") == 0 ? "/" : "";
+  Fd at(open(path.compare(0, 1, "/") == 0 ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   std::istringstream components(path);
-  for (std::string component; std::getline(components, component, '/');) {
+  for (std::string component; at && std::getline(components, component, '/');) {
     if (component.empty()) continue;
-    made += component + "/";
-    if (!is_dir("", made) && mkdir(made.c_str(), 0777) != 0) return false;
+    const auto open_it = [&] {
+      return open_below(at.get(), component.c_str(), O_RDONLY | O_DIRECTORY);
+    };
+    Opened next = open_it();
+    if (!next && mkdirat(at.get(), component.c_str(), 0777) == 0) next = open_it();
+    at = std::move(next.fd);
   }
-  return true;
+  return static_cast<bool>(at);
 }

@@ -4,6 +4,8 @@
 // the result. Symbolic links are followed.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <ctime>
 #include <optional>
@@ -22,31 +24,30 @@ std::int64_t get_file_size(const std::string& path);
 std::time_t get_file_mtime(const std::string& path);
 
 /// What tells one state of a file from another: which file it is, its size in
-/// bytes and its last modification to the nanosecond.
+/// bytes, its last modification and its last change (of contents, owner, mode,
+/// names ...), both to the nanosecond. Nobody can set the time of the change.
 struct FileStamp {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
   std::int64_t size = 0;
   std::int64_t modified_s = 0;
   std::int64_t modified_ns = 0;
+  std::int64_t changed_s = 0;
+  std::int64_t changed_ns = 0;
 };
 bool operator==(const FileStamp& a, const FileStamp& b);
 
-/// The present stamp of `path`; nothing when there is no such file.
-std::optional<FileStamp> file_stamp(const std::string& path);
+/// The stamp that stat(2) found.
+FileStamp file_stamp(const struct stat& st);
 
-/// The present stamp of the open file `fd`.
+/// The present stamp of what `fd` holds; nothing if it holds nothing.
 std::optional<FileStamp> file_stamp(int fd);
-
-/// True if `path` names a file, and it is not as it was in `before`: changed,
-/// or another file in its place.
-bool changed_since(const FileStamp& before, const std::string& path);
 
 /// The working folder; "" when it can't be told (removed, or too deep).
 std::string get_cur_dir();
 
 /// True if `dir`/`name` (`name` alone when `dir` is empty) can be opened as a
-/// folder. A folder without read permission is therefore none.
+/// folder. A folder without read permission therefore does not count as one.
 bool is_dir(const std::string& dir, const std::string& name);
 
 /// True if `dir`/`name` can be opened and holds only "." and "..".

@@ -6,9 +6,19 @@
 
 #include <cstdio>
 
+#include "ground/signals_held.h"
+
 namespace {
 
 int getch_c = 0;
+
+/// True if standard input is our terminal, but another job has it: whoever
+/// touches it then is stopped (SIGTTIN, SIGTTOU). Where it is no terminal, or
+/// not the one that controls us, tcgetpgrp() fails.
+bool in_background() {
+  const pid_t foreground = tcgetpgrp(STDIN_FILENO);
+  return foreground >= 0 && foreground != getpgrp();
+}
 
 /// Terminal mode "character by character, no echo" for its lifetime. Where
 /// standard input is no terminal it does nothing.
@@ -45,6 +55,9 @@ bool kbhit() {
   // a character in a buffer of ours would be hidden from select()
   static const int unbuffered = std::setvbuf(stdin, nullptr, _IONBF, 0);
   (void)unbuffered;
+  const SignalsHeld
+      signals;  // one that ends or stops us here would leave the terminal without echo
+  if (in_background()) return false;
   const CharByChar mode;
   if (!input_is_waiting()) return false;
   const int c = std::getchar();

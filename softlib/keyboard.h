@@ -8,7 +8,8 @@ constexpr int kEscapeKey = 27;
 
 /// True if a character was waiting on standard input; it has then been taken.
 /// The terminal reads character by character, without echo, only during the
-/// call. False when the descriptor can't be polled.
+/// call; signals wait for its end. False when the descriptor can't be polled,
+/// and in a background job of the terminal, which stays untouched.
 bool kbhit();
 
 /// The character that the last successful kbhit() took; 0 before the first.

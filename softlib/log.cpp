@@ -1,12 +1,31 @@
 #include "softlib/log.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <ctime>
-#include <fstream>
 
+#include "ground/write_all.h"
 #include "softlib/file_system.h"
+#include "softlib/links.h"
 #include "softlib/path.h"
+#include "softlib/system_log.h"
+
+namespace {
+
+/// Opens the log for appending. A pipe or device is one that the user wants, and may
+/// keep us waiting as it always did; but not a pipe that a stranger put there.
+Opened open_log(const std::string& file) {
+  struct stat st {};
+  const Opened there = open_path(file, O_PATH);
+  const bool is_pipe = there && fstat(there.fd.get(), &st) == 0 && S_ISFIFO(st.st_mode);
+  const bool is_strangers = is_pipe && st.st_uid != 0 && st.st_uid != geteuid();
+  const int waiting = is_strangers ? O_NONBLOCK : 0;
+  return open_path(file, O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | waiting, 0666);
+}
+
+}  // namespace
 
 std::string str_time(bool full) {
   const std::time_t now = std::time(nullptr);
@@ -19,10 +38,10 @@ std::string str_time(bool full) {
 }
 
 void write_log(const std::string& file, const std::string& text, bool stamp) {
-  std::ofstream log(file, std::ios::app);
-  if (!log) return;
-  if (stamp) log << str_time(true) << " > ";
-  log << text << std::endl;
+  static Warning warning;
+  const std::string entry = (stamp ? str_time(true) + " > " : "") + text + "\n";
+  const Opened log = open_log(file);
+  warning.note(log && write_all(log.fd.get(), entry), "can't write the log " + file);
 }
 
 bool LogDir(const std::string& file) {

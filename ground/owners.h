@@ -1,4 +1,4 @@
-// softlib/owners.h: owners of what the system must get back.
+// ground/owners.h: owners of what the system must get back.
 //
 //   const Dir dir(opendir(path.c_str()));
 //   if (!dir) return -1;
@@ -34,6 +34,9 @@ class Fd {
 
   explicit operator bool() const { return fd_ >= 0; }
   int get() const { return fd_; }
+
+  /// Hands the descriptor over to the caller, who closes it.
+  int release() { return std::exchange(fd_, -1); }
 
  private:
   int fd_;

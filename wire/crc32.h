@@ -1,0 +1,13 @@
+// wire/crc32.h: the CRC that stands for a file's path on the wire.
+//
+// Reflected CRC-32, polynomial 0xEDB88320, start value all ones, no inversion
+// at the end: the variant catalogued as CRC-32/JAMCRC.
+#pragma once
+
+#include <string>
+
+/// Runs `len` bytes through the table from `crc` on; no inversion.
+unsigned long crc32(unsigned long crc, const unsigned char* data, unsigned int len);
+
+/// JAMCRC of `s`, as the signed number with the same 32 bits.
+int crc32_str(const std::string& s);
