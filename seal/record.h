@@ -1,0 +1,71 @@
+// seal/record.h: the line of text in a seal that says what was sent.
+//
+//   const auto record = parse_record(text);
+//   if (!record) ...                       // not one that we can trust in any way
+//   if (record->signature && signature_holds(text, *record)) ...
+//
+// docs/wire-format.md describes the fields. A parsed record takes no more memory
+// than its text.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "seal/layout.h"
+
+using ContentHash = std::array<unsigned char, 32>;  ///< BLAKE2b-256
+using PublicKey = std::array<unsigned char, 32>;    ///< Ed25519
+using Signature = std::array<unsigned char, 64>;    ///< Ed25519
+
+/// What a file is called, as bytes of the sender's file system. Off the wire these
+/// are any bytes but NUL: they need the same rules as all other names.
+struct TrueName {
+  std::string name;    ///< not empty
+  std::string folder;  ///< folder path at the receiver; may be empty
+};
+
+struct SealRecord {
+  std::uint64_t of = 0;  ///< id of the sealed transfer
+  std::uint16_t kind = 0;
+  std::uint64_t size = 0;   ///< bytes, at most 2^63 - 1
+  std::uint32_t udata = 0;  ///< 1400 to 65507
+  std::int64_t sent = 0;    ///< seconds since 1970
+  std::uint32_t crc = 0;    ///< of the sender's path
+  ContentHash b2{};
+  std::int64_t mtime_s = 0;    ///< seconds since 1970, rounded down
+  std::uint32_t mtime_ns = 0;  ///< 0 to 999,999,999 after them
+  std::uint32_t mode = 0;      ///< permission bits, 0 to 0777
+  std::optional<TrueName> path;
+  std::optional<Code> code;  ///< within CodeLayout::of()'s limits for this size
+  std::optional<PublicKey> key;
+  std::optional<Signature> signature;  ///< there if `key` is
+};
+
+/// Reads a record that came off the wire. Returns nothing unless it has every
+/// field, each once, in its order and in its one way of writing.
+std::optional<SealRecord> parse_record(std::string_view text);
+
+/// Returns the record's text up to and without " sig=".
+std::string unsigned_text(const SealRecord& record);
+
+/// Whether the signature in `text`, of which parse_record() made `record`, is that
+/// of `record.key`. False without one. Whose key it is, is the caller's question.
+bool signature_holds(std::string_view text, const SealRecord& record);
+
+/// The bytes that a record may take beside a seal's other strings in a header
+/// packet, where the folder in its names area has `folder_size` bytes.
+std::size_t record_room(std::size_t folder_size);
+
+/// Name of the seal of transfer `of`, as it stands in the names area.
+std::string seal_name(std::uint64_t of);
+
+/// What a signature is made over: a line that says what is signed, then `text`
+/// up to and without " sig=".
+std::string signed_message(std::string_view text);
+
+/// " sig=" and `signature`, as they stand behind unsigned_text().
+std::string signature_field(const Signature& signature);
