@@ -1,4 +1,5 @@
-// frame/auto_version.h: the identity of the build.
+// frame/auto_version.h: the identity that the banner tells. Scripts match it, so it stays
+// as it is; releases are counted by the project's version, which --version prints.
 #pragma once
 
 namespace AutoVersion {

@@ -5,6 +5,7 @@
 
 #include "frame/config_file.h"
 #include "frame/options.h"
+#include "softlib/system_log.h"
 #include "state/console.h"
 #include "state/settings.h"
 
@@ -22,27 +23,14 @@ std::string usage_name(const std::string& path) {
   return path.substr(at + 1);
 }
 
-void load_named_config() {
-  if (LoadConfig(true)) return;
+/// Applies `argument`, but does not yet read what -o names.
+[[noreturn]] void end_without_config() {
+  err_system("can't read the configuration file " + settings.config_name);
   std::cout << "\nCan't load config file " << settings.config_name << std::endl;
   leave(1);
 }
 
-}  // namespace
-
-void parse_command_line(int argc, char** argv) {
-  for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (!is_option(argument)) continue;
-    const char letter = argument[1];
-    if (letter == 'h') print_info(argv[0]);
-    if (argument.size() < 3) continue;
-    apply_setting(letter, argument.substr(3));
-    if (letter == 'o') load_named_config();
-  }
-}
-
-void print_info(char* argv0) {
+void print_usage(const char* argv0) {
   std::cout << "\nusage: " << usage_name(argv0 != nullptr ? argv0 : "")
             << "[-x:optins ... ]\n"
                "\noptions:"
@@ -75,5 +63,58 @@ void print_info(char* argv0) {
                "\n-c:  delay in sec before next scan "
                "\n     -c:5"
             << std::endl;
+}
+
+}  // namespace
+
+Word apply_argument(const std::string& argument) {
+  Word word = apply_long_option(argument, Place::kCommandLine);
+  word.text = argument;
+  if (!is_option(argument)) return word;
+  const char letter = argument[1];
+  if (!is_setting(letter) && letter != 'h') return word;
+  word.option = std::string("-") + letter;
+  word.kind = kind_of(letter);
+  word.heard = argument.size() < 3 ? Heard::kNoValue : Heard::kSet;
+  if (argument.size() < 3 || letter == 'h') return word;
+  word.value = argument.substr(3);
+  apply_setting(letter, word.value);
+  return word;
+}
+
+ReadEnd read_command_line(int argc, char** argv, const WordListener& heard) {
+  for (int i = 1; i < argc; ++i) {
+    Word word = apply_argument(argv[i]);
+    word.number = i;
+    if (heard) heard(word);
+    if (word.option == "-h") return ReadEnd::kUsage;
+    const bool names_config = word.option == "-o" && word.heard == Heard::kSet;
+    if (names_config && !LoadConfig(true, heard)) return ReadEnd::kNoConfig;
+  }
+  return ReadEnd::kAll;
+}
+
+void parse_command_line(int argc, char** argv) {
+  const ReadEnd end = read_command_line(argc, argv);
+  if (end == ReadEnd::kUsage) print_info(argv[0]);
+  if (end == ReadEnd::kNoConfig) end_without_config();
+}
+
+bool answer_word(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (argument == "--help") {
+      print_usage(argv[0]);
+      return true;
+    }
+    if (argument != "--version") continue;
+    std::cout << "tarnwick " << TARNWICK_VERSION << std::endl;
+    return true;
+  }
+  return false;
+}
+
+void print_info(char* argv0) {
+  print_usage(argv0);
   leave(1);
 }

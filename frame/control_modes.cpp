@@ -6,14 +6,15 @@
 #include <utility>
 
 #include "frame/run_modes.h"
-#include "frame/start_up.h"
 #include "scan/scan_list.h"
 #include "send/send_file.h"
 #include "send/socket.h"
-#include "send/wire_format.h"
+#include "softlib/privileges.h"
+#include "softlib/system_log.h"
 #include "state/console.h"
 #include "state/scan_folder.h"
 #include "state/settings.h"
+#include "wire/wire_format.h"
 
 namespace {
 
@@ -34,6 +35,7 @@ bool thaw_other() {
 bool freeze_other(Proc& lock) {
   std::cout << "Already running! trying to freez..." << std::endl;
   if (!lock.freez(kHandshakeSeconds)) {
+    err_system("the running copy did not pause");
     std::cout << "Error! Not frozzen!" << std::endl;
     return false;
   }
@@ -48,6 +50,7 @@ bool freeze_other(Proc& lock) {
 bool unfreeze_other() {
   std::cout << "Trying to unfreez..." << std::endl;
   const bool thawed = thaw_other();
+  if (!thawed) err_system("the running copy did not go on");
   std::cout << (thawed ? "OK!  unfrozzen!" : "Error! Not unfrozzen!") << std::endl;
   return thawed;
 }
@@ -56,12 +59,16 @@ bool unfreeze_other() {
 bool send_journal() {
   make_scan_list();
   if (scan_list.empty()) {
+    err_system("the trash journal has no receiver");
     std::cout << "The scan list is empty: the trash journal has no receiver." << std::endl;
     return false;
   }
   cur_folder = &scan_list.front();
   settings.trash_active = 0;  // the journal itself does not go to the trash
-  return SendFile(settings.trash_path + "/" + settings.trash_log, "", kKindTrashJournal) == kSent;
+  const bool sent =
+      SendFile(settings.trash_path + "/" + settings.trash_log, "", kKindTrashJournal) == kSent;
+  if (!sent) err_system("the trash journal was not sent");
+  return sent;
 }
 
 }  // namespace
@@ -75,6 +82,7 @@ int run_trash_journal(Proc& lock) {
     (void)lock.unfreez(kHandshakeSeconds);  // the status is that of the socket
     return after_pause(kRefused);
   }
+  drop_network_admin();
   const bool sent = send_journal();
   send_close();
   if (frozen_other) {
@@ -93,10 +101,11 @@ int run_stop(Proc& lock) {
   }
   std::cout << "Already running! trying to stop..." << std::endl;
   if (!lock.terminate_wait(kGraceMs)) {
+    err_system("the running copy can't be stopped");
     std::cout << "ERROR!  is not stoped!" << std::endl;
     return after_pause(kRefused);
   }
   std::cout << "OK!  stoped!" << std::endl;
-  lock.clear_lock();
+  lock.clear_lock_of(lock.owner());  // a new copy may have taken it already
   return after_pause(EXIT_SUCCESS);
 }

@@ -1,16 +1,22 @@
 // The mode "daemon": the same passes in the background, without console or
 // keyboard, stopped and frozen through the lock file's record.
+#include <unistd.h>
+
 #include <cstdint>
+#include <cstdlib>
 #include <iostream>
 
 #include "frame/cycle.h"
 #include "frame/run_modes.h"
-#include "frame/start_up.h"
+#include "frame/scanning.h"
 #include "scan/counters.h"
 #include "send/socket.h"
-#include "softlib/log.h"
 #include "softlib/pause.h"
+#include "softlib/privileges.h"
+#include "softlib/system_log.h"
 #include "state/console.h"
+#include "state/metrics.h"
+#include "state/run_log.h"
 #include "state/settings.h"
 
 namespace {
@@ -18,8 +24,6 @@ namespace {
 constexpr std::uint32_t kPauseStepUs = 500'000;  // `time_rescan` counts half-seconds here
 constexpr std::uint32_t kIdleUs = 100'000;
 constexpr std::uint32_t kBeforeEndUs = 500'000;
-
-void log_plain(const std::string& text) { write_log(settings.logs_name, text, false); }
 
 /// The text is the same whether the folder is empty or not.
 void log_walked(const scan_folder& folder) {
@@ -40,9 +44,7 @@ class DaemonRules : public PassRules {
   void before_walk(const scan_folder&) override {}
 
   bool after_walk(const scan_folder& folder) override {
-    if (folder.remain < 0 && settings.logs != 0) {
-      log_plain("folder " + folder.abs_path + " was not found !!!111.\n");
-    }
+    if (folder.remain < 0) log_plain("folder " + folder.abs_path + " was not found !!!111.\n");
     if (settings.logs > 0) log_walked(folder);
     return true;
   }
@@ -54,27 +56,33 @@ class DaemonRules : public PassRules {
 };
 
 void idle_until_next_cycle(Proc& lock, const CycleClock& clock) {
-  while (clock.has_time_left() && !lock.terminated()) pause_us(kIdleUs);
+  while (clock.has_time_left() && !lock.terminated()) {
+    tell_metrics();
+    pause_us(kIdleUs);
+  }
 }
 
 }  // namespace
 
 int run_daemon(Proc& lock) {
   if (lock.is_already_run()) {
+    err_system("another copy is running");
     std::cout << "Can't start in daemon! Already running!" << std::endl;
     return after_pause(kRefused);
   }
   pplock = &lock;
-  if (!start_sending()) return kRefused;
+  if (!begin_scanning()) return kRefused;
   CycleClock clock;
   send_close();  // it was a trial: the daemon opens its own
   say(2) << "start daemon" << std::endl;
   settings.verboze = 0;
   lock.daemon_mode();
   if (send_open() != 0) {
-    if (settings.logs != 0) log_plain("Can't open socket in daemon!");
+    log_plain("Can't open socket in daemon!");
     return after_pause(kRefused);
   }
+  drop_network_admin();
+  begin_metrics();
 
   DaemonRules rules(lock);
   while (!lock.if_terminated_unlock()) {
@@ -83,7 +91,8 @@ int run_daemon(Proc& lock) {
     begin_cycle(clock);
   }
   pause_us(kBeforeEndUs);
-  lock.clear_own_lock();
+  lock.clear_lock_of(getpid());
   std::cout << "stop" << std::endl;
-  return shut_down();
+  end_scanning();
+  return EXIT_SUCCESS;
 }

@@ -1,3 +1,7 @@
+#include <csignal>
+#include <cstdlib>
+
+#include "frame/command_line.h"
 #include "frame/run_modes.h"
 #include "frame/start_up.h"
 #include "proc/proc.h"
@@ -5,9 +9,12 @@
 
 int main(int argc, char** argv) {
   occupy_standard_descriptors();
+  // the usual question for a state must not end a run; --metrics answers it
+  (void)std::signal(SIGUSR1, SIG_IGN);
+  if (answer_word(argc, argv)) return EXIT_SUCCESS;
   load_settings(argc, argv);
   announce_start();
-  Proc lock(settings.prg_name);
+  Proc lock(settings.prg_name, settings.run_dir);
   switch (settings.mode) {
     case kTrashJournal:
       return run_trash_journal(lock);

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
+#include <sstream>
+#include <string_view>
 #include <variant>
 
 #include "softlib/numbers.h"
@@ -46,6 +49,52 @@ const Option kOptions[] = {
 
 constexpr char kCommandLineOnly[] = {'o', 'r'};
 
+void set_send_buffer(const std::string& value) {
+  constexpr int kMost = std::numeric_limits<int>::max();  // setsockopt(2) takes an int
+  const auto bytes = to_bytes(value);
+  if (bytes && *bytes > 0 && *bytes <= kMost) {
+    settings.send_buffer = static_cast<int>(*bytes);
+  } else {
+    settings.refusal = "--send-buffer=" + value + ": not a size; 1 to " + std::to_string(kMost) +
+                       " bytes, or a number with K, M or G behind it";
+  }
+}
+
+void set_metrics(const std::string& value) {
+  settings.metrics = value;
+  if (value.empty()) settings.refusal = "--metrics= has no value";
+}
+
+void set_seal(const std::string& /*value*/) { settings.seal = true; }
+
+/// Takes the value of an option that means "--seal" as well; it may not be empty.
+void set_with_seal(std::string Settings::*field, const char* name, const std::string& value) {
+  settings.seal = true;
+  settings.*field = value;
+  if (value.empty()) settings.refusal = std::string(name) + "= has no value";
+}
+
+void set_repair(const std::string& value) { set_with_seal(&Settings::repair, "--repair", value); }
+void set_sign(const std::string& value) { set_with_seal(&Settings::sign, "--sign", value); }
+
+enum class Shape {
+  kValue,  ///< "--name=value", at both places
+  kWord,   ///< "--name", on the command line only; its setter is handed ""
+  kSwitch  ///< "--name", at both places; the same
+};
+
+struct LongOption {
+  std::string_view name;
+  Shape shape;
+  Field field;
+};
+
+const LongOption kLongOptions[] = {
+    {"--metrics", Shape::kValue, &set_metrics},         {"--repair", Shape::kValue, &set_repair},
+    {"--run-dir", Shape::kValue, &Settings::run_dir},   {"--seal", Shape::kSwitch, &set_seal},
+    {"--send-buffer", Shape::kValue, &set_send_buffer}, {"--sign", Shape::kValue, &set_sign},
+};
+
 const Option* find_option(char letter) {
   const auto* found = std::find_if(std::begin(kOptions), std::end(kOptions),
                                    [=](const Option& option) { return option.letter == letter; });
@@ -62,6 +111,29 @@ struct Assign {
   void operator()(Setter set) const { set(value); }
 };
 
+/// The value that stands in the kind of field that an option has.
+struct Show {
+  std::string operator()(int Settings::*field) const { return std::to_string(settings.*field); }
+  std::string operator()(double Settings::*field) const {
+    std::ostringstream text;
+    text << settings.*field;
+    return text.str();
+  }
+  std::string operator()(std::string Settings::*field) const { return settings.*field; }
+  std::string operator()(Setter set) const {
+    if (set == &use_charset) return settings.lcs_a;
+    if (set == &set_metrics) return settings.metrics;
+    if (set == &set_repair) return settings.repair;
+    if (set == &set_sign) return settings.sign;
+    if (set == &set_seal) return settings.seal ? "on" : "off";
+    return std::to_string(settings.send_buffer);
+  }
+};
+
+std::string lacks_value(const std::string& name) {
+  return name + " has no value: write " + name + "=VALUE";
+}
+
 }  // namespace
 
 bool apply_setting(char letter, const std::string& value) {
@@ -75,4 +147,47 @@ bool is_config_key(char letter) {
   const bool elsewhere = std::find(std::begin(kCommandLineOnly), std::end(kCommandLineOnly),
                                    letter) != std::end(kCommandLineOnly);
   return !elsewhere && find_option(letter) != nullptr;
+}
+
+bool is_setting(char letter) { return find_option(letter) != nullptr; }
+
+ValueKind kind_of(char letter) {
+  const Option* option = find_option(letter);
+  if (option == nullptr) return ValueKind::kText;
+  if (std::holds_alternative<int Settings::*>(option->field)) return ValueKind::kWhole;
+  const bool real = std::holds_alternative<double Settings::*>(option->field);
+  return real ? ValueKind::kReal : ValueKind::kText;
+}
+
+Word apply_long_option(const std::string& text, Place place) {
+  const std::size_t equals = text.find('=');
+  const bool has_value = equals != std::string::npos;
+  const std::string_view name = std::string_view(text).substr(0, equals);
+  Word word;
+  for (const LongOption& option : kLongOptions) {
+    if (option.name != name) continue;
+    word.option = name;
+    if (option.shape != Shape::kValue) {
+      const bool may_stand = place == Place::kCommandLine || option.shape == Shape::kSwitch;
+      word.heard = !may_stand ? Heard::kElsewhere : has_value ? Heard::kValue : Heard::kSet;
+      if (word.heard == Heard::kSet) std::visit(Assign{""}, option.field);
+    } else if (has_value) {
+      word.heard = Heard::kSet;
+      word.value = text.substr(equals + 1);
+      std::visit(Assign{word.value}, option.field);
+    } else {
+      word.heard = Heard::kNoValue;
+      settings.refusal = lacks_value(text);
+    }
+  }
+  return word;
+}
+
+std::vector<InForce> settings_in_force() {
+  std::vector<InForce> all;
+  for (const Option& option : kOptions)
+    all.push_back({std::string("-") + option.letter, std::visit(Show{}, option.field)});
+  for (const LongOption& option : kLongOptions)
+    all.push_back({std::string(option.name), std::visit(Show{}, option.field)});
+  return all;
 }

@@ -1,4 +1,4 @@
-// frame/run_modes.h: one function a mode. Each gives the exit status, so that
+// frame/run_modes.h: one function a mode. Each returns the exit status, so that
 // main returns it and the lock is let go of on the way.
 #pragma once
 

@@ -1,16 +1,21 @@
 // The modes "one scan" and "cycle": in the foreground, with the keyboard.
 #include <cstdint>
+#include <cstdlib>
 #include <iostream>
+#include <optional>
 
 #include "frame/cycle.h"
 #include "frame/run_modes.h"
-#include "frame/start_up.h"
+#include "frame/scanning.h"
 #include "scan/counters.h"
 #include "softlib/clock.h"
 #include "softlib/keyboard.h"
-#include "softlib/log.h"
 #include "softlib/pause.h"
+#include "softlib/privileges.h"
+#include "softlib/system_log.h"
 #include "state/console.h"
+#include "state/metrics.h"
+#include "state/run_log.h"
 #include "state/settings.h"
 
 namespace {
@@ -22,14 +27,14 @@ constexpr std::uint64_t kDotIntervalMs = 1000;
 
 void report_missing(const scan_folder& folder) {
   const std::string text = "folder " + folder.abs_path + " was not found.";
-  say(2) << text << std::endl;
-  if (settings.logs != 0) write_log(settings.logs_name, text + "\n", false);
+  say(2) << shown(text) << std::endl;
+  log_plain(text + "\n");
 }
 
 /// At `verboze` 0 nothing is shown and `files_count` keeps counting.
 void report_walked(const scan_folder& folder) {
   if (settings.verboze <= 0) return;
-  std::cout << "folder " << folder.abs_path
+  std::cout << "folder " << shown(folder.abs_path)
             << (folder.remain > 0 ? " IS NOT EMPTY.\n" : " is empty.\n");
   std::cout << files_count << " files was transfered.\n";
   files_count = 0;
@@ -45,7 +50,7 @@ class ScanRules : public PassRules {
   bool goes_on() override { return !stop_requested(); }
 
   void before_walk(const scan_folder& folder) override {
-    say(2) << "\nabs_path " << folder.abs_path << std::endl;
+    say(2) << "\nabs_path " << shown(folder.abs_path) << std::endl;
   }
 
   bool after_walk(const scan_folder& folder) override {
@@ -62,7 +67,7 @@ class ScanRules : public PassRules {
 };
 
 void wait_for_next_cycle(Proc& lock, const CycleClock& clock) {
-  std::uint64_t last_dot = 0;
+  std::optional<std::uint64_t> last_dot;
   while (clock.has_time_left()) {
     if (lock.if_terminated_unlock()) {
       say(1) << "\nExtern terminated! "
@@ -74,10 +79,11 @@ void wait_for_next_cycle(Proc& lock, const CycleClock& clock) {
       request_stop();
       return;
     }
-    if (const std::uint64_t now = GetTickCount(); now - last_dot > kDotIntervalMs) {
+    if (const std::uint64_t now = steady_ms(); !last_dot || now - *last_dot > kDotIntervalMs) {
       say(1) << "." << std::flush;
       last_dot = now;
     }
+    tell_metrics();
     pause_us(kCycleWaitUs);
   }
 }
@@ -87,10 +93,13 @@ void wait_for_next_cycle(Proc& lock, const CycleClock& clock) {
 int run_scan_loop(Proc& lock) {
   pplock = &lock;
   if (lock.is_already_run()) {
+    err_system("another copy is running");
     std::cout << "Can't start! Another copy is already running!" << std::endl;
     return after_pause(kRefused);
   }
-  if (!start_sending()) return kRefused;
+  if (!begin_scanning()) return kRefused;
+  drop_network_admin();
+  begin_metrics();
 
   ScanRules rules;
   CycleClock clock;
@@ -102,5 +111,6 @@ int run_scan_loop(Proc& lock) {
   }
   say(1) << "\n";
   lock.clear_lock();
-  return shut_down();
+  end_scanning();
+  return EXIT_SUCCESS;
 }

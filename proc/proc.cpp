@@ -1,6 +1,5 @@
 #include "proc/proc.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,13 +8,22 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "proc/lock_file.h"
 #include "softlib/file_system.h"
-#include "softlib/owners.h"
+#include "softlib/system_log.h"
 #include "state/console.h"
 
 Proc* pplock = nullptr;
 
-Proc::Proc(const std::string& name) : lock_name("/var/run/" + name + ".lock") { start(); }
+Proc::Proc(const std::string& name, const std::string& run_dir)
+    : lock_name(lock_path(name, run_dir)) {
+  start();
+}
+
+std::string Proc::lock_path(const std::string& name, const std::string& run_dir) {
+  // no folder is not the root: an empty path can't be opened
+  return run_dir.empty() ? "" : run_dir + "/" + name + ".lock";
+}
 
 Proc::~Proc() {
   if (fd <= 0) return;
@@ -51,6 +59,7 @@ bool Proc::start() {
 }
 
 bool Proc::is_still_running(int pid) {
+  if (!names_one_process(pid)) return false;
   struct stat st {};
   return stat(("/proc/" + std::to_string(pid)).c_str(), &st) == 0 || errno != ENOENT;
 }
@@ -60,18 +69,17 @@ void Proc::clear_lock() {
   if (file_exists(lock_name)) (void)std::remove(lock_name.c_str());  // else stale: taken over
 }
 
-void Proc::clear_own_lock() {
+void Proc::clear_lock_of(int owner) {
   flock_close();
-  const Fd file(open(lock_name.c_str(), O_RDONLY | O_CLOEXEC));
-  shared_data record;
-  if (read(file.get(), &record, sizeof record) != static_cast<ssize_t>(sizeof record)) return;
-  if (record.pid == getpid()) (void)std::remove(lock_name.c_str());  // else stale: taken over
+  // else stale: taken over
+  if (recorded_pid(lock_name) == owner) (void)std::remove(lock_name.c_str());
 }
 
 bool Proc::flock_open() {
-  fd = open(lock_name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  fd = open_lock_file(lock_name).release();
   if (fd < 0) {
     std::cerr << "openclose: Cannot open file '" << lock_name << "'\n";
+    err_system("can't open lock file " + lock_name);
     std::exit(1);
   }
   fd_is_open = true;
@@ -86,12 +94,12 @@ void Proc::flock_close() {
 
 bool Proc::flock_read(shared_data* record) const {
   if (!fd_is_open) return false;
-  lseek(fd, 0, SEEK_SET);
-  return read(fd, record, sizeof *record) == static_cast<ssize_t>(sizeof *record);
+  const std::optional<shared_data> whole = read_record(fd);
+  if (whole) *record = *whole;
+  return whole.has_value();
 }
 
 bool Proc::flock_write(const shared_data* record) const {
   if (!fd_is_open) return false;
-  lseek(fd, 0, SEEK_SET);
-  return write(fd, record, sizeof *record) == static_cast<ssize_t>(sizeof *record);
+  return pwrite(fd, record, sizeof *record, 0) == static_cast<ssize_t>(sizeof *record);
 }

@@ -1,4 +1,6 @@
 // How an owner serves requests and detaches, and how a controller makes them.
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,9 +10,12 @@
 #include <cstring>
 #include <iostream>
 
+#include "ground/owners.h"
+#include "proc/lock_file.h"
 #include "proc/proc.h"
 #include "softlib/file_system.h"
 #include "softlib/pause.h"
+#include "softlib/system_log.h"
 #include "state/console.h"
 
 namespace {
@@ -29,21 +34,40 @@ void clear_bit(std::uint16_t& word, std::uint16_t bit) {
   word = static_cast<std::uint16_t>(word & ~bit);
 }
 
+/// Lets the process at the other end of the pair return from await().
+void let_go_on(const Fd& end) { (void)send(end.get(), "", 1, MSG_NOSIGNAL); }
+
+/// Waits until the process at the other end says so, closes it or dies.
+void await(const Fd& end) {
+  pollfd said{end.get(), POLLIN, 0};
+  if (end) (void)poll(&said, 1, -1);
+}
+
 }  // namespace
 
 void Proc::daemon_mode() {
   std::cout.flush();  // else the text would be written once more by the child
+  int ends[2] = {-1, -1};
+  (void)socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends);  // else nobody waits
+  Fd here(ends[0]);
+  Fd there(ends[1]);
   const pid_t child = fork();
   if (child < 0) {
+    err_system(std::string("can't start a daemon: ") + std::strerror(errno));
     std::cout << "Error: Start Daemon failed (" << std::strerror(errno) << ")\n";
     std::exit(-1);
   }
   if (child > 0) {
     data.pid = child;
     flock_write(&data);
+    there = Fd();
+    let_go_on(here);
     say(2) << "pid potomok - " << child << std::endl;
+    await(here);  // its record undoes a request made before it
     std::exit(0);
   }
+  here = Fd();
+  await(there);  // likewise
   umask(0);
   setsid();
   flock_close();
@@ -51,7 +75,12 @@ void Proc::daemon_mode() {
   for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(standard);
   data.pid = getpid();
   flock_open();
+  const std::optional<shared_data> asked = read_record(fd);
+  if (asked && asked->pid == data.pid) data = *asked;  // a request made meanwhile
   flock_write(&data);
+  // what the caller left open; with it `there`, for whose end the foreground waits
+  closefrom(STDERR_FILENO + 1);
+  (void)there.release();
 }
 
 bool Proc::terminated() {
@@ -126,7 +155,14 @@ bool Proc::wait_terminated(int ms) const {
   return false;
 }
 
-bool Proc::kill_process(unsigned int pid) { return kill(static_cast<pid_t>(pid), SIGKILL) == 0; }
+bool Proc::kill_process(int pid) { return names_one_process(pid) && kill(pid, SIGKILL) == 0; }
+
+/// True if the lock file is gone, or names another copy by now.
+bool Proc::owner_let_go() const {
+  if (!file_exists(lock_name)) return true;
+  const std::optional<int> now = recorded_pid(lock_name);
+  return now && *now != data.pid;
+}
 
 bool Proc::terminate_wait(int ms) {
   terminate();
@@ -135,10 +171,10 @@ bool Proc::terminate_wait(int ms) {
   } else if (wait_terminated(ms)) {
     return true;
   }
-  if (!file_exists(lock_name)) return true;  // the owner has let go of it
-  if (kill_process(static_cast<unsigned int>(data.pid))) {
-    clear_lock();
+  if (owner_let_go()) return true;
+  if (kill_process(data.pid)) {
+    clear_lock_of(data.pid);
     return true;
   }
-  return !file_exists(lock_name);
+  return owner_let_go();
 }

@@ -2,10 +2,11 @@
 
 #include <iostream>
 
-#include "softlib/log.h"
 #include "softlib/pause.h"
+#include "softlib/system_log.h"
 #include "state/console.h"
-#include "state/settings.h"
+#include "state/metrics.h"
+#include "state/run_log.h"
 
 std::int32_t files_count = 0;
 std::int32_t gfiles_count = 0;
@@ -13,7 +14,6 @@ std::int32_t accs_err = 0;
 
 namespace {
 
-constexpr std::int32_t kToleratedAccessErrors = 10;
 constexpr std::uint32_t kAfterFailedRemovalUs = 1'000'000;
 
 }  // namespace
@@ -21,8 +21,10 @@ constexpr std::uint32_t kAfterFailedRemovalUs = 1'000'000;
 void count_access_error(bool log_stop) {
   pause_us(kAfterFailedRemovalUs);
   ++accs_err;
+  ++metrics.access_errors;
   if (accs_err <= kToleratedAccessErrors) return;
+  err_system("too many files and folders that could not be removed");
   std::cout << "\nERROR: access to objects. Stop.\n";
-  if (log_stop) write_log(settings.logs_name, "ERROR: access to objects. Stop.", true);
+  if (log_stop) log_stamped("ERROR: access to objects. Stop.");
   leave(1);
 }

@@ -12,6 +12,9 @@ extern std::int32_t gfiles_count;
 /// Removals of folders and of sent files that failed.
 extern std::int32_t accs_err;
 
+/// So many of them do not end the process.
+constexpr std::int32_t kToleratedAccessErrors = 10;
+
 /// Counts one failed removal, after a pause of 1 s. The 11th ends the process
 /// with status 1, after a message and, if `log_stop`, an entry in the log.
 void count_access_error(bool log_stop);

@@ -3,13 +3,15 @@
 
 #include <string>
 
-/// Tests the file `name` in the folder `parent` (name mask, extension, size,
-/// open elsewhere, age), sends it if it is ready, then deletes it unless the
-/// trash has it, counts and logs it. 1 if it was sent, 0 in every other case.
+#include "softlib/entry.h"
+
+/// Tests the file (name mask, extension, size, open elsewhere, age), sends it if
+/// it is ready, then deletes it unless the trash has it, counts and logs it. 1 if
+/// it was sent, 0 in every other case.
 ///
 /// The escape key during the transfer requests a stop. A socket error and the
 /// 11th failed removal end the process with status 1.
-int send_if_ready(const std::string& parent, const std::string& name);
+int send_if_ready(const Entry& entry);
 
 /// The path of the file's folder below the scan folder `abs_path`, without
 /// slashes at its ends: exactly `abs_path` and one more character are cut off

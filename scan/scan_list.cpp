@@ -7,17 +7,11 @@
 
 #include "softlib/file_system.h"
 #include "softlib/numbers.h"
+#include "softlib/system_log.h"
 #include "state/console.h"
 #include "state/settings.h"
 
 namespace {
-
-std::string make_absolute(const std::string& path) {
-  if (path.compare(0, 1, "/") == 0) return path;
-  const std::string cur_path = get_cur_dir();
-  // unknown: "" would make it a folder of the root
-  return (cur_path.empty() ? std::string(".") : cur_path) + "/" + path;
-}
 
 /// The text of `line` up to the space at or after `at`; moves `at` behind the
 /// spaces that follow.
@@ -34,6 +28,15 @@ void set_receiver(scan_folder& folder, const std::string& address) {
   folder.port = colon == std::string::npos ? settings.port : to_int(address.substr(colon + 1));
 }
 
+}  // namespace
+
+std::string make_absolute(const std::string& path) {
+  if (path.compare(0, 1, "/") == 0) return path;
+  const std::string cur_path = get_cur_dir();
+  // unknown: "" would make it a folder of the root
+  return (cur_path.empty() ? std::string(".") : cur_path) + "/" + path;
+}
+
 scan_folder folder_of_settings() {
   scan_folder folder;
   folder.ip = settings.ip;
@@ -41,8 +44,6 @@ scan_folder folder_of_settings() {
   folder.abs_path = make_absolute(settings.sdir);
   return folder;
 }
-
-}  // namespace
 
 std::optional<scan_folder> parse_scan_line(const std::string& line) {
   if (line.find(' ') == std::string::npos) return std::nullopt;
@@ -57,18 +58,35 @@ std::optional<scan_folder> parse_scan_line(const std::string& line) {
   return folder;
 }
 
+ListEnd read_scan_list(
+    const std::function<void(const std::string&, std::optional<scan_folder>)>& heard) {
+  std::ifstream file(make_absolute(settings.scan_list_name));
+  return file ? read_scan_list(file, heard) : ListEnd::kMissing;
+}
+
+ListEnd read_scan_list(
+    std::istream& in,
+    const std::function<void(const std::string&, std::optional<scan_folder>)>& heard) {
+  while (in.good()) {
+    std::string line;
+    std::getline(in, line);
+    heard(line, parse_scan_line(line));
+  }
+  return in.bad() ? ListEnd::kBroken : ListEnd::kWhole;
+}
+
 void make_scan_list() {
   scan_list.clear();
   if (settings.scan_list_name.empty()) {
     scan_list.push_back(folder_of_settings());
     return;
   }
-  std::ifstream file(make_absolute(settings.scan_list_name));
-  if (!file) return;
-  while (file.good()) {
-    std::string line;
-    std::getline(file, line);
-    say(1) << line << std::endl;
-    if (auto folder = parse_scan_line(line)) scan_list.push_back(*std::move(folder));
-  }
+  const ListEnd end =
+      read_scan_list([](const std::string& line, std::optional<scan_folder> folder) {
+        say(1) << shown(line) << std::endl;
+        if (folder) scan_list.push_back(*std::move(folder));
+      });
+  if (end == ListEnd::kMissing) err_system("can't open the scan list " + settings.scan_list_name);
+  if (end == ListEnd::kBroken)
+    err_system("can't read all of the scan list " + settings.scan_list_name);
 }

@@ -3,75 +3,76 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <utility>
 
 #include "scan/counters.h"
 #include "scan/file_ready.h"
-#include "softlib/file_system.h"
-#include "softlib/owners.h"
+#include "scan/tree.h"
+#include "send/aside.h"
 #include "softlib/path.h"
 #include "softlib/pause.h"
+#include "softlib/system_log.h"
 #include "state/console.h"
+#include "state/metrics.h"
 #include "state/settings.h"
 
 namespace {
 
-constexpr std::uint32_t kAfterSentFileUs = 20'000;
-constexpr std::uint32_t kBeforeEmptinessTestUs = 20'000;
-constexpr std::int32_t kWalkEnded = -1;
-
-/// What the file leaves in its folder: 0 or 1, or kWalkEnded.
-std::int32_t visit_file(const std::string& folder, const std::string& name) {
-  if (send_if_ready(folder, name) == 1) {
-    pause_us(kAfterSentFileUs);
-    return 0;
+/// Removes the emptied `folder`, which is `name` in `above`: true, or false after
+/// counting an access error, the 11th of which ends the process.
+bool remove_dir(const Folder& above, Folder& folder, const std::string& name) {
+  folder.close();
+  if (unlinkat(above.fd(), name.c_str(), AT_REMOVEDIR) == 0) {
+    say(1) << "\nfolder " << shown(folder.path()) << " was removed.";
+    return true;
   }
-  return stop_requested() ? kWalkEnded : 1;
+  const int err = errno;  // before any output changes it
+  // not to be found empty any more, since it was taken away or exchanged
+  if (!folder.is_link() && !folder.is_still(name)) return false;
+  if (settings.verboze > 0) {
+    std::cout << "\nERROR: folder " << shown(folder.path()) << " was not removed!";
+    std::cerr << "Error deleting dir: " << std::strerror(err) << "\n";
+  }
+  count_access_error(false);
+  return false;
 }
 
-/// What the sub-folder leaves in its folder; negative ends the walk.
-std::int32_t visit_sub_folder(const std::string& folder, const std::string& name) {
-  const std::int32_t left = scan_dir(folder, name);
-  if (left != 0) return left;
-  // the emptiness test comes after the pause: a writer may have returned
-  pause_us(kBeforeEmptinessTestUs);
-  return dir_is_empty(folder, name) && remove_dir(folder, name) == 1 ? 0 : 1;
-}
+/// Sends files, and removes the folders that this empties.
+class Sending final : public TreeVisitor {
+ public:
+  std::string visit_aside(const Folder& folder, const std::string& name) override {
+    return give_name_back(folder.fd(), name);
+  }
 
-/// A folder that can be opened, also through a link. Where the entry says that it
-/// is a regular file there is no need to try.
-bool is_sub_folder(const std::string& folder, const dirent& entry) {
-  return entry.d_type != DT_REG && is_dir(folder, entry.d_name);
-}
+  int visit_aside_folder(const Folder& above, const Folder& folder) override {
+    return give_all_back(above.fd(), folder.fd());
+  }
+
+  std::int32_t visit_file(const Entry& entry) override {
+    tell_metrics();
+    if (send_if_ready(entry) == 1) {
+      pause_us(kAfterSentFileUs);
+      return 0;
+    }
+    return stop_requested() ? kWalkEnded : 1;
+  }
+
+  /// Warns only the first time: the same links are met in every pass.
+  void visit_refused_link(const std::string& path) override {
+    static bool warned = false;
+    if (!std::exchange(warned, true)) warn_system("link " + path + " is not followed and stays");
+  }
+
+  bool visit_emptied(const Folder& above, Folder& folder, const std::string& name) override {
+    // the emptiness test comes after the pause: a writer may have returned
+    pause_us(kBeforeEmptinessTestUs);
+    return folder.is_empty() && remove_dir(above, folder, name);
+  }
+};
 
 }  // namespace
 
 std::int32_t scan_dir(const std::string& parent, const std::string& name) {
-  const std::string folder = join_path(parent, name);
-  const Dir stream(opendir(folder.c_str()));
-  if (!stream) return kWalkEnded;
-  std::int32_t count = 0;
-  while (const dirent* entry = readdir(stream.get())) {
-    if (is_dot_entry(entry->d_name)) continue;
-    const std::int32_t left = is_sub_folder(folder, *entry)
-                                  ? visit_sub_folder(folder, entry->d_name)
-                                  : visit_file(folder, entry->d_name);
-    if (left < 0) return left;
-    count += left;
-  }
-  return count;
-}
-
-std::int32_t remove_dir(const std::string& parent, const std::string& name) {
-  const std::string folder = join_path(parent, name);
-  if (rmdir(folder.c_str()) == 0) {
-    say(1) << "\nfolder " << folder << " was removed.";
-    return 1;
-  }
-  const int err = errno;  // before any output changes it
-  if (settings.verboze > 0) {
-    std::cout << "\nERROR: folder " << folder << " was not removed!";
-    std::cerr << "Error deleting dir: " << std::strerror(err) << "\n";
-  }
-  count_access_error(false);
-  return 0;
+  Sending sending;
+  return walk_tree(join_path(parent, name), sending);
 }

@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "send/wire_format.h"
 #include "state/settings.h"
+#include "wire/wire_format.h"
 
 namespace {
 
@@ -58,8 +58,9 @@ bool convert(const std::string& src, std::string& dst, const char* code, bool to
   return result != static_cast<std::size_t>(-1);
 }
 
-std::string fname_to_send(const std::string& name) {
-  std::string converted = name.c_str();           // stays so when nothing can be converted
-  (void)convert(name, converted, SND_CP, false);  // what could be converted goes out
+std::string fname_to_send(const std::string& name, bool& cut) {
+  const std::string whole = name.c_str();
+  std::string converted = whole;  // stays so when nothing can be converted
+  cut = !convert(whole, converted, SND_CP, false) && converted != whole;
   return converted;
 }

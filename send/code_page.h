@@ -17,5 +17,5 @@ void get_lcs();
 bool convert(const std::string& src, std::string& dst, const char* code, bool to_local);
 
 /// `name` up to its first NUL in the wire's code page, as far as convert()
-/// brings it.
-std::string fname_to_send(const std::string& name);
+/// brings it. `cut` becomes true if something of it is missing there.
+std::string fname_to_send(const std::string& name, bool& cut);

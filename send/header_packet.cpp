@@ -3,8 +3,9 @@
 #include <algorithm>
 
 #include "send/code_page.h"
-#include "send/wire_format.h"
+#include "softlib/system_log.h"
 #include "state/settings.h"
+#include "wire/wire_format.h"
 
 std::string destination_path(const std::string& dst_dir, const std::string& sub) {
   return sub.empty() ? dst_dir : dst_dir + "/" + sub;
@@ -12,9 +13,19 @@ std::string destination_path(const std::string& dst_dir, const std::string& sub)
 
 std::vector<unsigned char> build_header_packet(const file_info& info, const std::string& path,
                                                const std::string& pth) {
-  std::string names = fname_to_send(path.substr(path.rfind('/') + 1));
-  names += '\0';
-  if (!pth.empty()) names += fname_to_send(pth) + '\0';
+  bool name_is_cut = false;
+  bool folder_is_cut = false;
+  std::vector<std::string> names{fname_to_send(path.substr(path.rfind('/') + 1), name_is_cut)};
+  if (!pth.empty()) names.push_back(fname_to_send(pth, folder_is_cut));
+  if (name_is_cut) warn_system("the name goes out cut: " + path);
+  if (folder_is_cut) warn_system("the folder goes out cut: " + pth + ", with the file " + path);
+  return build_header_packet(info, names);
+}
+
+std::vector<unsigned char> build_header_packet(const file_info& info,
+                                               const std::vector<std::string>& strings) {
+  std::string names;
+  for (const std::string& string : strings) names += string + '\0';
   names += '\0';  // the empty string that closes the list
 
   std::vector<unsigned char> packet(kNamesAt + names.size());

@@ -24,3 +24,8 @@ std::string destination_path(const std::string& dst_dir, const std::string& sub)
 /// long as the names make it: sending a too long one fails.
 std::vector<unsigned char> build_header_packet(const file_info& info, const std::string& path,
                                                const std::string& pth);
+
+/// The finished datagram whose names area holds `strings` as they stand. None should be
+/// empty: a reader takes it for the end of the list.
+std::vector<unsigned char> build_header_packet(const file_info& info,
+                                               const std::vector<std::string>& strings);

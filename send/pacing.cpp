@@ -45,15 +45,13 @@ std::uint64_t GetNanoTime() {
                                     static_cast<double>(now.tv_nsec));
 }
 
-std::uint64_t due_after_step(std::uint64_t due, std::uint64_t now, std::uint64_t interval) {
-  return due > now && due - now > interval ? now + interval : due;
+bool Pacer::may_send(std::uint64_t now) {
+  const bool may = is_due(now);
+  if (may || due_ - now > interval_) due_ = now + interval_;
+  return may;
 }
 
-std::uint64_t wait_until(std::uint64_t due) {
-  std::uint64_t now = GetNanoTime();
-  while (now < due) {
-    due = due_after_step(due, now, delay_target);
-    now = GetNanoTime();
+void Pacer::wait() {
+  while (!may_send(GetNanoTime())) {
   }
-  return now;
 }

@@ -1,10 +1,7 @@
 // send/pacing.h: spaces data packets so that the line carries `speed`.
 //
-//   std::uint64_t due = GetNanoTime() + delay_target;
-//   before each packet, if is_paced():  due = wait_until(due) + delay_target;
-//
-// The wait spins: intervals of 100 us are too short to sleep. The next due time
-// counts from the end of the wait, so a late packet never hurries the others.
+//   Pacer pacer(delay_target, GetNanoTime());
+//   before each packet, if is_paced():  pacer.wait();
 #pragma once
 
 #include <cstdint>
@@ -33,9 +30,26 @@ bool is_paced();
 /// hundred ns.
 std::uint64_t GetNanoTime();
 
-/// Spins until `due` (ns) and gives the time at which it stopped.
-std::uint64_t wait_until(std::uint64_t due);
+/// Says when the next packet may go out. It owns that due time.
+class Pacer {
+ public:
+  /// The first packet is due one `interval` (ns) after `now`, by GetNanoTime().
+  Pacer(std::uint64_t interval, std::uint64_t now) : interval_(interval), due_(now + interval) {}
 
-/// `due`, or one `interval` from `now` when it lies further ahead than that:
-/// the clock was stepped back, and the line must not wait for the step.
-std::uint64_t due_after_step(std::uint64_t due, std::uint64_t now, std::uint64_t interval);
+  /// True if a packet may go out at `now`. The next one is then due one interval after
+  /// `now`, however late this one is: it never hurries the others. While false, a due
+  /// time further ahead than one interval comes nearer: the clock was stepped back, and
+  /// the line must not wait for the step.
+  bool may_send(std::uint64_t now);
+
+  /// True if a packet may go out at `now`; changes nothing.
+  bool is_due(std::uint64_t now) const { return now >= due_; }
+
+  /// Returns when a packet may go out. Spins, since intervals of 100 us are too short to
+  /// sleep.
+  void wait();
+
+ private:
+  std::uint64_t interval_;
+  std::uint64_t due_;
+};

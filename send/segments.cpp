@@ -23,8 +23,8 @@ bool is_refusal(int err) {
 
 bool segments_are_usable() { return usable; }
 
-ssize_t send_segments(const unsigned char* bytes, std::size_t size, std::uint16_t segment,
-                      const sockaddr_in& to) {
+std::optional<ssize_t> send_segments(const unsigned char* bytes, std::size_t size,
+                                     std::uint16_t segment, const sockaddr_in& to) {
   iovec payload{const_cast<unsigned char*>(bytes), size};
   alignas(cmsghdr) char control[CMSG_SPACE(sizeof segment)] = {};
   msghdr message{};
@@ -40,6 +40,7 @@ ssize_t send_segments(const unsigned char* bytes, std::size_t size, std::uint16_
   option->cmsg_len = CMSG_LEN(sizeof segment);
   std::memcpy(CMSG_DATA(option), &segment, sizeof segment);
   const ssize_t sent = sendmsg(sock, &message, 0);
-  if (sent < 0 && is_refusal(errno)) usable = false;
-  return sent;
+  if (sent >= 0 || !is_refusal(errno)) return sent;
+  usable = false;
+  return std::nullopt;
 }

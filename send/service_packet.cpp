@@ -5,8 +5,8 @@
 #include <array>
 
 #include "send/socket.h"
-#include "send/wire_format.h"
 #include "state/settings.h"
+#include "wire/wire_format.h"
 
 std::uint64_t all_send_cnt = 0;
 

@@ -11,6 +11,6 @@ extern std::uint64_t all_send_cnt;
 /// ever is.
 std::uint64_t datagrams_to_service();
 
-/// To be called after each datagram that was sent: counts it and, behind every
+/// Call it after each datagram that was sent: counts it and, behind every
 /// `send_serv`-th, sends a service packet. A failed one is not reported.
 void serv_pack_send();

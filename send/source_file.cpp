@@ -5,24 +5,60 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <utility>
 
-SourceFile::SourceFile(const std::string& path) {
+#include "softlib/clock.h"
+#include "softlib/links.h"
+#include "softlib/open_files.h"
+
+namespace {
+
+// A shorter transfer costs more when it is tested twice than what it could miss.
+constexpr std::uint64_t kOpenCheckHoldsMs = 1000;
+
+using State = SourceFile::State;
+
+State state_of(mode_t mode) {
+  if (S_ISREG(mode)) return State::kClosed;
+  // a folder comes here as a file only because it can't be opened
+  return S_ISDIR(mode) ? State::kMissing : State::kIrregular;
+}
+
+bool is_same_file(const FileStamp& a, const FileStamp& b) {
+  return a.device == b.device && a.inode == b.inode;
+}
+
+}  // namespace
+
+SourceFile::SourceFile(Entry entry) : entry_(std::move(entry)), checked_ms_(steady_ms()) {
   struct stat st {};
-  // Opening can act on a device, so look first; what is opened may be another
-  // object by then, so don't wait on it and look again.
-  if (stat(path.c_str(), &st) != 0) return;
-  if (S_ISREG(st.st_mode)) {
-    fd_ = Fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!fd_ || fstat(fd_.get(), &st) != 0) return;
+  if (entry_.path.size() >= PATH_MAX) return;
+  if (fstatat(entry_.folder, entry_.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return;
+  if (S_ISLNK(st.st_mode)) {
+    link_ = file_stamp(st);
+    pinned_ = open_below(entry_.folder, entry_.name.c_str(), O_PATH).fd;
+    if (!pinned_ || fstat(pinned_.get(), &st) != 0) return;
   }
-  if (!S_ISREG(st.st_mode)) {
-    // a folder comes here as a file only because it can't be opened
-    state_ = S_ISDIR(st.st_mode) ? State::kMissing : State::kIrregular;
-    return;
-  }
+  state_ = state_of(st.st_mode);
+  stamp_ = file_stamp(st);
+}
+
+void SourceFile::open() {
+  if (state_ != State::kClosed) return;
+  state_ = State::kMissing;
+  if (!pinned_)
+    pinned_ = Fd(openat(entry_.folder, entry_.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  // opening can act on a device, so open only what is held and was looked at
+  const std::optional<FileStamp> held = file_stamp(pinned_.get());
+  if (!held || !is_same_file(*held, stamp_)) return;
+  fd_ = open_again(pinned_.get(), O_RDONLY | O_NONBLOCK | O_NOCTTY).fd;
+  pinned_ = Fd();
+  const std::optional<FileStamp> now = file_stamp(fd_.get());
+  if (!now) return;
   state_ = State::kOpen;
   // the stamp first: what is appended after it shows as a change
-  stamp_ = file_stamp(fd_.get()).value_or(FileStamp{});
+  stamp_ = *now;
   size_ = lseek(fd_.get(), 0, SEEK_END);
 }
 
@@ -39,7 +75,44 @@ std::uint64_t SourceFile::read(unsigned char* to, std::uint64_t size) const {
   return total;
 }
 
-bool SourceFile::differs_from(const FileStamp& before, const std::string& path) const {
-  const std::optional<FileStamp> now = file_stamp(fd_.get());
-  return !now || !(*now == before) || changed_since(before, path);
+int SourceFile::check_open() {
+  checked_ms_ = steady_ms();
+  return check_open_file(entry_.path, fd_.get());
+}
+
+bool SourceFile::was_opened_since() {
+  return steady_ms() - checked_ms_ > kOpenCheckHoldsMs && check_open() != 0;
+}
+
+bool SourceFile::is_unchanged(int fd, bool but_change_time) const {
+  const std::optional<FileStamp> now = file_stamp(fd);
+  if (!now) return false;
+  FileStamp wanted = stamp_;
+  if (but_change_time) {
+    wanted.changed_s = now->changed_s;
+    wanted.changed_ns = now->changed_ns;
+  }
+  return *now == wanted;
+}
+
+SourceFile::Look SourceFile::look() const {
+  const Look found = look_at(entry_.folder, entry_.name.c_str(), false);
+  if (found != Look::kGone) return found;
+  // somebody took it away, which sets the change time: whole, or after it was changed?
+  return is_unchanged(fd_.get(), true) ? Look::kGone : Look::kOther;
+}
+
+SourceFile::Look SourceFile::look_at_renamed(int folder, const std::string& name) const {
+  return look_at(folder, name.c_str(), !link_);  // what a link leads to was not renamed
+}
+
+SourceFile::Look SourceFile::look_at(int folder, const char* name, bool but_change_time) const {
+  Fd found(openat(folder, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  if (!found) return errno == ENOENT ? Look::kGone : Look::kOther;
+  if (link_) {
+    const std::optional<FileStamp> link = file_stamp(found.get());
+    if (!link || !is_same_file(*link, *link_)) return Look::kOther;
+    found = open_target(entry_.folder, found.get(), O_PATH).fd;
+  }
+  return is_unchanged(found.get(), but_change_time) ? Look::kSame : Look::kOther;
 }

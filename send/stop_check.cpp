@@ -14,7 +14,7 @@ std::uint64_t last_time_check = 0;
 }  // namespace
 
 bool check2break() {
-  const std::uint64_t now = GetTickCount();
+  const std::uint64_t now = steady_ms();
   if (now <= last_time_check) return false;
   last_time_check = now + kPollIntervalMs;
   return pplock != nullptr && pplock->terminated();

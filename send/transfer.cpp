@@ -5,21 +5,24 @@
 #include <algorithm>
 #include <cstring>
 #include <ostream>
+#include <utility>
 
 #include "send/pacing.h"
 #include "send/segments.h"
 #include "send/service_packet.h"
 #include "send/socket.h"
 #include "send/stop_check.h"
-#include "send/wire_format.h"
 #include "softlib/keyboard.h"
 #include "softlib/pause.h"
+#include "softlib/system_log.h"
 #include "state/console.h"
+#include "state/metrics.h"
+#include "state/scan_folder.h"
 #include "state/settings.h"
+#include "wire/wire_format.h"
 
 namespace {
 
-constexpr std::uint32_t kAfterHeaderUs = 10'000;
 constexpr int kProgressStep = 5;  // percent
 
 /// Shows how far a pass is, in steps of 5 % where there are that many parts.
@@ -36,87 +39,90 @@ class Progress {
   int last_ = -1;
 };
 
+/// A request to stop or the escape key: `result` for the caller to return.
+int interrupted(int result) {
+  ++metrics.failed[kInterrupted];
+  return result;
+}
+
 int report_send_error(const char* text) {
   const int err = SockErrcode();  // before any output changes it
+  ++metrics.failed[kSocketRefused];
+  err_system(std::string("can't send: ") + std::strerror(err));
   say(1) << text << err << "  " << std::strerror(err) << "\n";
   return kSocketError;
 }
 
 }  // namespace
 
-Transfer::Transfer(const std::string& path, const std::string& pth, const SourceFile& file,
-                   const sockaddr_in& to, const file_info& info)
-    : path_(path),
-      file_(file),
+Transfer::Transfer(std::vector<unsigned char> header, Content& content, const sockaddr_in& to,
+                   const file_info& info)
+    : content_(content),
       to_(to),
-      info_(info),
-      header_(build_header_packet(info, path, pth)),
-      parts_(part_count(static_cast<std::uint64_t>(info.file_size),
-                        static_cast<std::uint32_t>(settings.udata_size))),
-      parts_buffer_(info.transfer_id, static_cast<std::uint32_t>(settings.udata_size)) {}
+      header_(std::move(header)),
+      parts_(content, static_cast<std::uint64_t>(info.file_size), info.transfer_id,
+             static_cast<std::uint32_t>(settings.udata_size)) {}
 
 int Transfer::send_pass() {
   if (const int result = send_headers(); result != kSent) return result;
-  if (check2break()) return kNotSent;
+  if (check2break()) return interrupted(kNotSent);
   if (const int result = send_data(); result != kSent) return result;
-  say(1) << "\n file parts: " << parts_ << "    send_packs: " << send_packs_ << "\n";
+  say(1) << "\n file parts: " << parts_.parts() << "    send_packs: " << send_packs_ << "\n";
   return kSent;
 }
 
 int Transfer::send_headers() {
   for (int i = 0; i < settings.head_send; ++i) {
-    if (check2break()) return kNotSent;
+    if (check2break()) return interrupted(kNotSent);
     if (send(header_.data(), header_.size()) < 0) return report_send_error("\nError sendto(): ");
     count_sent();
+    tell_metrics();
     pause_us(kAfterHeaderUs);
   }
   return kSent;
 }
 
 int Transfer::send_data() {
-  auto left = static_cast<std::uint64_t>(info_.file_size);
   Progress progress;
-  file_.rewind();
-  std::uint64_t due = GetNanoTime() + delay_target;
-  std::uint64_t part_no = 1;
-  while (left > 0) {
-    const std::size_t wanted = next_batch(part_no);
+  parts_.rewind();
+  Pacer pacer(delay_target, GetNanoTime());
+  while (!parts_.at_end()) {
+    const std::size_t wanted = next_batch();
     // read before the wait: what the disk takes must not make the packet late
-    const std::size_t count = parts_buffer_.fill(file_, part_no, wanted, left);
-    if (is_paced() && count > 0) due = wait_until(due) + delay_target;
+    const std::size_t count = parts_.fill(wanted);
+    // only with time to spare: a packet that is due is not made late
+    if (metrics_are_due() && !(is_paced() && pacer.is_due(GetNanoTime()))) tell_metrics();
+    if (is_paced() && count > 0) pacer.wait();
     if (const int result = send_parts(count); result != kSent) return result;
-    if (count < wanted) {
-      say(1) << "\nFile " << path_ << " could not be read as far as it was measured.";
-      return kNotSent;
-    }
-    left -= parts_buffer_.payload(count);
-    part_no += count;
+    if (count < wanted) return content_.end_short();
     if (settings.verboze > 0) {
-      progress.show(part_no - 1, parts_);
-      if (escape_was_pressed()) return kEscape;
+      progress.show(parts_.parts_read(), parts_.parts());
+      if (escape_was_pressed()) return interrupted(kEscape);
     }
   }
   return kSent;
 }
 
 /// Parts that may go out in one call: more than one where nothing has to happen
-/// between them.
-std::size_t Transfer::next_batch(std::uint64_t part_no) const {
-  if (is_paced() || settings.verboze > 0 || !segments_are_usable()) return 1;
-  const std::uint64_t most = std::min(parts_ - part_no + 1, datagrams_to_service());
-  return static_cast<std::size_t>(std::min<std::uint64_t>(most, parts_buffer_.room()));
+/// between them. With an ordinary send buffer datagrams go out one by one: several at once
+/// overrun a receiver whose own buffer is an ordinary one, too.
+std::size_t Transfer::next_batch() const {
+  const bool one_by_one = is_paced() || settings.send_buffer > 0 || settings.verboze > 0;
+  if (one_by_one || !segments_are_usable()) return 1;
+  const std::uint64_t most = std::min(parts_.parts() - parts_.parts_read(), datagrams_to_service());
+  return static_cast<std::size_t>(std::min<std::uint64_t>(most, parts_.room()));
 }
 
 int Transfer::send_parts(std::size_t count) {
   if (count > 1) {
-    const std::size_t size = parts_buffer_.payload(count) + count * kHeaderSize;
+    const std::size_t size = parts_.payload(count) + count * kHeaderSize;
     const auto segment = static_cast<std::uint16_t>(settings.udata_size);
-    const ssize_t sent = send_segments(parts_buffer_.datagram(0), size, segment, to_);
-    if (sent >= 0 || segments_are_usable()) return settle_send(sent, size, count);
+    const auto sent = send_segments(parts_.datagram(0), size, segment, to_);
+    if (sent) return settle_send(*sent, size, count);
   }
   for (std::size_t i = 0; i < count; ++i) {
-    const std::size_t size = parts_buffer_.size(i);
-    const int result = settle_send(send(parts_buffer_.datagram(i), size), size, 1);
+    const std::size_t size = parts_.size(i);
+    const int result = settle_send(send(parts_.datagram(i), size), size, 1);
     if (result != kSent) return result;
   }
   return kSent;
@@ -129,6 +135,7 @@ int Transfer::settle_send(ssize_t sent, std::size_t size, std::size_t count) {
     return report_send_error("\nError sendto() (sent size < try size): ");
   }
   for (std::size_t i = 0; i < count; ++i) count_sent();
+  metrics.parts_sent += count;
   return kSent;
 }
 
@@ -138,5 +145,6 @@ ssize_t Transfer::send(const unsigned char* packet, std::size_t size) const {
 
 void Transfer::count_sent() {
   ++send_packs_;
+  ++cur_folder->counts.datagrams;
   serv_pack_send();
 }

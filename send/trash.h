@@ -4,7 +4,7 @@
 #include <string>
 
 #include "send/header_packet.h"
-#include "softlib/file_system.h"
+#include "send/source_file.h"
 
 /// The 32 bits of `value` in upper-case hexadecimal, filled with "0" on the
 /// left to at least `width` characters.
@@ -14,9 +14,14 @@ std::string int2hex(int value, int width);
 /// hexadecimal digits each.
 std::string trash_name(const file_info& info);
 
-/// Renames `path` to its trash name in `trash_path`, made when missing, and
-/// appends "name path" to the journal there. A journal that can't be opened
-/// costs its line, a failing rename leaves the file where it is; neither is a
-/// failure of the transfer. A file that is not as it was `sent` any more stays,
-/// too.
-void move_to_trash(const std::string& path, const file_info& info, const FileStamp& sent);
+/// Renames the sent file to its trash name in `trash_path`, made when missing, and
+/// appends "name path" to the journal there before. A journal that can't be opened
+/// or written costs its line, a failing rename leaves the file where it is; neither
+/// is a failure of the transfer. A file that is not as it was sent any more, or that
+/// somebody has opened since, stays and gets no line.
+void move_to_trash(SourceFile& file, const file_info& info);
+
+/// Appends `line` and a line end to the journal, an entry of the open `folder`: whole
+/// or not at all. False, with nothing written, if it can't be opened under the rule
+/// of softlib/links.h, is not a regular file or has no room.
+bool note_in_journal(int folder, const std::string& journal, const std::string& line);

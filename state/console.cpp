@@ -1,15 +1,23 @@
 #include "state/console.h"
 
+#include <unistd.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
 
+#include "softlib/escape.h"
 #include "softlib/pause.h"
 #include "state/settings.h"
 
 std::ostream& say(int level) {
   static std::ostream silence(nullptr);
   return settings.verboze >= level ? std::cout : silence;
+}
+
+std::ostream& operator<<(std::ostream& out, const Shown& name) {
+  static const bool is_terminal = isatty(STDOUT_FILENO) != 0;
+  return out << (is_terminal ? escape_unprintable(name.text) : name.text);
 }
 
 void silence_console() {

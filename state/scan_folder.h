@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "state/metrics.h"
+
 /// One folder to scan and where its files go.
 struct scan_folder {
   std::int32_t remain = 1;     ///< last walk: entries left; negative: not found or stopped
@@ -13,6 +15,8 @@ struct scan_folder {
   std::string abs_path;        ///< absolute path of the folder
   std::string dst_dir;         ///< folder at the receiver; empty for none
   std::uint64_t send_cnt = 0;  ///< datagrams counted for this folder
+  bool is_missing = false;     ///< not found by its last walk, and the system's log knows
+  FolderCounts counts{};       ///< for the metrics
 };
 
 /// In the order of the scan list file; built once by make_scan_list().

@@ -39,6 +39,18 @@ struct Settings {
   std::string dir_name;                         ///< accepted and kept; nothing uses it
   std::string config_name = "./tarnwick_cfg";   ///< configuration file read first
 
+  int send_buffer = 0;               ///< bytes to ask the system for; 0 forces 16 MiB
+  std::string run_dir = "/var/run";  ///< folder of the lock file
+
+  std::string metrics;  ///< file of metrics; empty: none
+
+  bool seal = false;   ///< a seal behind every file
+  std::string repair;  ///< percentage of repair parts in it, as it was given; empty: none
+  std::string sign;    ///< file of the key that signs it; empty: none
+
+  /// Why the start must be refused: the last option with a value that is none.
+  std::string refusal;
+
   std::optional<std::string> lcs;  ///< local character set in force; unset before start-up
   std::string prg_name;            ///< program name without folder and extension
   std::string prg_dir;             ///< folder part of the program's path, may be empty

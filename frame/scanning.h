@@ -1,0 +1,10 @@
+// frame/scanning.h: how a run that scans begins and ends, in the foreground or not.
+#pragma once
+
+/// Raises the limit of open descriptors so that deep folders can be walked, writes the
+/// start line of the log, builds the scan list and opens the socket. False, after its
+/// message and a pause of 2 s, if the socket is refused.
+bool begin_scanning();
+
+/// Closes the socket and writes the stop line of the log.
+void end_scanning();
