@@ -1,101 +1,169 @@
 // receiver/receiver.h: puts datagrams together to files and settles what becomes
 // of each.
+//
+// It has no clock of its own: every call says what time it is. A datagram's time is when it
+// was taken in, however long it waited for its turn.
 #pragma once
 
 #include <netinet/in.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-#include "receiver/datagram.h"
-#include "receiver/events.h"
-#include "receiver/ledger.h"
-#include "receiver/link_loss.h"
-#include "receiver/metrics.h"
-#include "receiver/notices.h"
-#include "receiver/options.h"
-#include "receiver/settled_ids.h"
-#include "receiver/settlement.h"
-#include "receiver/stash.h"
-#include "receiver/store.h"
-#include "receiver/transfer.h"
+#include "receiver/assemble/arrivals.h"
+#include "receiver/assemble/contested.h"
+#include "receiver/assemble/settled_transfers.h"
+#include "receiver/assemble/stash.h"
+#include "receiver/base/network.h"
+#include "receiver/base/now.h"
+#include "receiver/deliver/records.h"
+#include "receiver/deliver/settlement.h"
+#include "receiver/deliver/store.h"
+#include "receiver/ledger/ledger.h"
+#include "receiver/seals.h"
+#include "receiver/take/datagram.h"
+#include "receiver/take/intake.h"
+#include "receiver/take/link_loss.h"
+#include "receiver/tell/events.h"
+#include "receiver/tell/metrics.h"
+#include "receiver/tell/notices.h"
+
+struct ReceiverSettings {
+  std::string charset;                  ///< of file names
+  std::string metrics;                  ///< path of the metrics file; empty: none
+  std::vector<Network> allow;           ///< empty: everybody
+  bool ignore_source = false;           ///< transfers are told apart by their ids alone
+  bool drop_incomplete = false;         ///< rather than keep what came of an unfinished file
+  double give_up = 60;                  ///< s without a packet
+  double silence = 0;                   ///< s without a datagram before a warning; 0: none
+  std::uint64_t max_file_size = 0;      ///< bytes; 0: no limit
+  std::size_t max_transfers = 100'000;  ///< unfinished at a time
+  SealSettings seals;
+  std::size_t stash = 64 << 20;  ///< bytes for parts whose header packet did not come
+};
 
 class Receiver {
  public:
-  /// All are kept by the caller and must outlive it.
-  Receiver(const Options& options, Store& store, Ledger& ledger, Events& events);
+  /// Store, ledger and events are kept by the caller and must outlive it.
+  Receiver(ReceiverSettings settings, Store& store, Ledger& ledger, Events& events, const Now& now);
   ~Receiver() = default;
   Receiver(const Receiver&) = delete;
   Receiver& operator=(const Receiver&) = delete;
 
+  /// "" when usable; else the text for the user: a file of trusted keys is of no use.
+  const std::string& error() const { return seals_.error(); }
+
   /// Goes on with the transfers that an earlier run left unfinished.
-  void resume();
+  void resume(const Now& now);
 
-  /// One datagram. Its bytes must stay until end_batch().
-  void take(const unsigned char* bytes, std::size_t size, const sockaddr_in& from);
+  /// One datagram, taken in at `came`. Its bytes must stay until end_batch().
+  void take(const unsigned char* bytes, std::size_t size, const sockaddr_in& from, const Now& came);
 
-  /// Writes what was gathered and delivers what became complete.
+  /// Writes what was gathered and delivers what became complete, in that order.
   void end_batch();
 
-  /// What is due by time: unfinished files given up, progress saved, metrics
-  /// written, silence noticed. To be called several times a second.
-  void tick(std::uint64_t kernel_drops);
+  /// What is due by time: progress saved, metrics written, what could not be delivered
+  /// tried again, silence noticed; and unfinished files given up, as of `until`: up to
+  /// then all that came was handed to take(). Call it several times a second.
+  void tick(const Now& now, const Now& until, const IntakeCounts& intake);
+
+  /// Writes the metrics file.
+  void update_metrics(const IntakeCounts& intake);
+
+  /// Tells the operator how things stand, and writes the metrics.
+  void tell_state(const IntakeCounts& intake);
 
   /// Saves what is unfinished for the next run, and the metrics.
-  void end(std::uint64_t kernel_drops);
+  void end(const IntakeCounts& intake);
 
   /// Files delivered in this run.
   std::uint64_t delivered() const { return metrics_.delivered; }
 
- private:
-  using Transfers = std::unordered_map<std::uint64_t, Transfer>;
+  /// The open folder of the metrics' file; -1 if there is none.
+  int metrics_folder() const { return metrics_file_.folder(); }
 
-  void look_at_clocks();
+ private:
   bool is_allowed(const sockaddr_in& from) const;
   void take_header(const HeaderPacket& header, const sockaddr_in& from);
-  void take_part(const DataPacket& packet);
-  void touch(std::uint64_t id);
-  void begin(const HeaderPacket& header, const sockaddr_in& from);
-  std::string reason_to_refuse(const HeaderPacket& header) const;
-  std::uint64_t bytes_on_their_way() const;
-  void feed_from_stash(Transfer& transfer);
+  void take_part(const DataPacket& packet, const sockaddr_in& from);
+  std::uint64_t source_of(const sockaddr_in& from) const;
+  TransferKey key_of(std::uint64_t id, const sockaddr_in& from) const;
+  TransferRecord announced(const HeaderPacket& header, const sockaddr_in& from) const;
+  void touch(const TransferKey& key);
+  void contest(Arrival& arrival, TransferRecord other);
+
+  // receiver/begin.cpp
+  void begin(const HeaderPacket* header, TransferRecord record,
+             const std::optional<TransferRecord>& known);
+  std::string reason_to_refuse(const TransferRecord& record) const;
+  void refuse(TransferRecord record, const std::string& why);
+  bool may_begin(TransferRecord record, const std::optional<TransferRecord>& known);
+  void make_place(std::uint32_t address);
+  void feed_from_stash(Arrival& arrival);
+
+  // receiver/resume.cpp
   bool ledger_is_readable();
-  void resume_one(TransferRecord record);
+  void resume_one(TransferRecord record, const Now& now);
   void close_unfinished(TransferRecord record, bool has_part);
 
-  void settle(Transfer& transfer);
-  void fail(Transfer& transfer, const std::string& why);
-  void refuse(TransferRecord record, const std::string& why);
-  void close(std::uint64_t id);
-  void remember(std::uint64_t id);
+  // receiver/sealed.cpp
+  void take_seal(const HeaderPacket& header, const sockaddr_in& from);
+  void refuse_seal(const HeaderPacket& header, const sockaddr_in& from, const std::string& why);
+  bool begin_sealed(const TransferKey& file, const sockaddr_in& from);
+  bool was_delivered_before(const TransferRecord& record);
+  void note_news_of(const TransferKey& key);
+  void examine_the_quiet(const Now& until);
+  bool settle_sealed(const TransferKey& file);
+  void drop_seal(const TransferKey& file);
+  void drop_seal_transfer(const TransferKey& seal);
 
-  void give_up_the_silent(double now);
-  void save_progress();
-  void update_metrics(std::uint64_t kernel_drops);
-  const Transfer* latest() const;
+  // receiver/settle.cpp: each of these may close the arrival, which is gone then
+  void settle(Arrival& arrival);
+  void settle_proved(Arrival& arrival, const std::optional<SealedAs>& sealed);
+  void deliver(Arrival& arrival);
+  void give_up(Arrival& arrival, const std::string& why);
+  void close(const TransferKey& key);
+  void remember(const TransferRecord& record);
+  bool is_behind_another(const TransferKey& key, const std::string& path) const;
+  void leave_queue(const TransferKey& key, const std::string& path);
+  std::string why_unfinished(const Arrival& arrival) const;
+  void give_up_the_silent(double until);
+  void try_again();
+  void save_progress(std::size_t most);
 
-  const Options& options_;
+  const ReceiverSettings settings_;
   Store& store_;
   Ledger& ledger_;
   Events& events_;
+  MetricsFile metrics_file_;
   Metrics metrics_;  ///< before settlement_, which counts in it
+  Records records_;
   Settlement settlement_;
   LinkLoss link_loss_;
   Stash stash_;
-  Transfers transfers_;
-  std::vector<std::uint64_t> touched_;  ///< in this batch, in the order they came
-  SettledIds settled_;
+  Arrivals arrivals_;
+  std::vector<TransferKey> touched_;    ///< in this batch
+  std::vector<TransferKey> completed_;  ///< in this batch, in the order of their last parts
+  /// Files set aside though complete, by the path that they ask for: a later one of the
+  /// same path must not be delivered before them.
+  std::unordered_map<std::string, std::deque<TransferKey>> queues_;
+  Seals seals_;
+  std::unordered_map<TransferKey, double> to_examine_;  ///< files with news, since when
+  SettledTransfers settled_;
+  SettledTransfers refused_;  ///< until a header packet of theirs is taken
+  Contested contested_;
 
-  double now_ = 0;   ///< monotonic, s; as of the last batch or tick
-  double real_ = 0;  ///< since 1970, s; at the same time
+  Now now_;  ///< of the last datagram or tick
   Notices notices_;
   double next_save_ = 0;
   double next_metrics_ = 0;
-  std::uint64_t closed_repeated_ = 0;   ///< of transfers that are closed
-  std::uint64_t closed_differing_ = 0;  ///< of transfers that are closed
-  bool damage_told_ = false;            ///< of the ledger
-  std::uint64_t latest_id_ = 0;         ///< of the last transfer that packets came for
+  std::uint64_t ignored_parts_ = 0;   ///< of settled transfers
+  std::uint64_t unwanted_parts_ = 0;  ///< of transfers turned away
+  bool damage_told_ = false;          ///< of the ledger
+  TransferKey latest_;                ///< of the last transfer that packets came for
 };

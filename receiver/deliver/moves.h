@@ -1,0 +1,17 @@
+// receiver/deliver/moves.h: files that take their name only when they are whole.
+#pragma once
+
+#include <string>
+
+/// Moves the file `old` of the folder `from` to `name` in `folder`; with `replace` in the
+/// place of a file that is there. False on failure, errno set: EEXIST or EISDIR where
+/// something is in the way.
+bool rename_to(int from, const char* old, int folder, const std::string& name, bool replace);
+
+/// `name` with the first number that is free in `folder`, or near it: "a (1).txt".
+std::string free_name(int folder, const std::string& name);
+
+/// Copies all of the file `from` into the empty file `to`; moves the offsets of
+/// both. Holes stay holes: a huge file of which little came must not fill a disk.
+/// False on failure, errno set.
+bool copy_contents(int from, int to);
