@@ -1,0 +1,13 @@
+// check/reasons.h: why a file stays, in words.
+#pragma once
+
+#include <string>
+
+#include "scan/readiness.h"
+#include "send/send_file.h"
+
+/// "" for a file that is ready.
+std::string why_not(Readiness readiness);
+
+/// "" for a file that can be sent.
+std::string why_not(Sendable sendable);

@@ -1,0 +1,23 @@
+// check/route.h: the way that datagrams to an address take out of this machine. Nothing is
+// sent to find out.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <string>
+
+struct Route {
+  int error = 0;                 ///< errno of what a send would answer; 0 for a route
+  std::string device;            ///< network interface; empty if it can't be told
+  in_addr next_hop{};            ///< the address whose neighbour entry is used
+  int mtu = 0;                   ///< bytes, IP header included; 0 if it can't be told
+  bool needs_neighbour = false;  ///< a neighbour entry says to which station frames go
+  bool has_carrier = true;
+  int card_speed = 0;  ///< Mbit/s of 1,000,000 bits; 0 if the card does not tell
+};
+
+/// The route to `to` (address and port).
+Route find_route(const sockaddr_in& to);
+
+/// True if `address` has a permanent neighbour entry on `device`.
+bool has_permanent_neighbour(const in_addr& address, const std::string& device);
