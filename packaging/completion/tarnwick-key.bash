@@ -1,0 +1,2 @@
+# bash completion for tarnwick-key
+complete -f -W '--help' tarnwick-key

@@ -1,0 +1,2 @@
+# fish completion for tarnwick-key
+complete -c tarnwick-key -l help -d 'Print help'
