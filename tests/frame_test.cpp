@@ -1,10 +1,25 @@
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <csignal>
+
 #include "frame/command_line.h"
 #include "frame/config_file.h"
+#include "frame/cycle.h"
+#include "state/metrics.h"
 #include "tests/support.h"
 
 using FirstSettings = StateTest;
 
-static const fs::path kHere = fs::path(__FILE__).parent_path();
+static std::function<void()> on_fsync = [] {};
+
+int fsync(int fd) {
+  on_fsync();
+  return static_cast<int>(syscall(SYS_fsync, fd));
+}
+
+static const fs::path kHere = TESTS;
 
 /// Texts, then numbers, each in the order of their letters.
 static std::string all() {
@@ -25,13 +40,16 @@ static void parse(std::vector<std::string> arguments) {
 
 TEST_F(FirstSettings, ComeFromAFileOfLettersSeparatorsAndValues) {
   settings.config_name = dir.path("cfg");
-  EXPECT_TRUE(!LoadConfig(true) && SaveConfig());
+  EXPECT_FALSE(LoadConfig(true));
+  EXPECT_TRUE(SaveConfig());
   EXPECT_EQ(contents(kHere / "first_cfg.txt"), contents(dir.path("cfg")));
   dir.file("cfg",
            "a:A\nb= B \r\nc: 1x\nd:2\ne:E\nf:F # f\ng:G\rg\r\ni:I\nj:j\nj:\nk:3\nl:4\nm:5\n"
            "p:x\nq:-7\nt:8\nu:10\nv:11\nw:W\nx:4294967308\ny:Y\n#z:9\nZ:9\nh:9\nn:9\no:9\n"
            "r:9\nv\nf\n\ns:2.5\nz:13");
-  EXPECT_TRUE(LoadConfig(true) && settings.lcs == "A" && settings.config_name == dir.path("cfg"));
+  EXPECT_TRUE(LoadConfig(true));
+  EXPECT_EQ("A", settings.lcs);
+  EXPECT_EQ(dir.path("cfg"), settings.config_name);
   EXPECT_EQ("A B EF # fGIWY123450-752.5810111213", all());
 }
 
@@ -43,4 +61,92 @@ TEST_F(FirstSettings, FollowTheCommandLineFromLeftToRight) {
   EXPECT_FATAL(parse({"", "-o:/none"}), "\nCan't load config file /none\n[2000000]");
   EXPECT_FATAL(parse({"/a\\b/c", "-v:1", "-h", "-o:/none"}),
                contents(kHere / "usage.txt") + "[2000000]");
+}
+
+TEST_F(FirstSettings, MeasureACycleByAClockThatNobodySets) {
+  settings.time_wait = 50;
+  const CycleClock clock;
+  for (const std::time_t step : {-3600, 3600, 25 * 86'400}) {
+    clock_stepped = step;
+    time_passed = 0;
+    EXPECT_TRUE(clock.has_time_left()) << step;
+    EXPECT_FALSE(clock.is_over()) << step;
+    time_passed = 51;
+    EXPECT_FALSE(clock.has_time_left()) << step;
+    EXPECT_TRUE(clock.is_over()) << step;
+  }
+}
+
+TEST_F(FirstSettings, TakeLongOptionsFromBothPlacesAndKeepWhyOneIsRefused) {
+  parse({"", "--send-buffer=7", "--run-dir=a b", "--", "--no-such=1", "--run-dirs=x"});
+  EXPECT_EQ("a b", settings.run_dir);
+  EXPECT_EQ(7, settings.send_buffer);
+  settings.config_name = dir.file("cfg", "--send-buffer=2K\r\n--run-dir= /x \n # --run-dir=y");
+  EXPECT_TRUE(LoadConfig(true));
+  EXPECT_EQ(" /x ", settings.run_dir);
+  EXPECT_EQ(2048, settings.send_buffer);
+  EXPECT_EQ("", settings.refusal);
+  for (const std::string bad : {"", "0", "-1", "1x", "2G", "99999999999999999999"}) {
+    settings.refusal = "";
+    parse({"", "--send-buffer=" + bad});
+    EXPECT_EQ(0U, settings.refusal.find("--send-buffer=" + bad + ": not a size; 1 to 2147483647"));
+  }
+  parse({"", "--run-dir"});
+  EXPECT_EQ("--run-dir has no value: write --run-dir=VALUE", settings.refusal);
+  EXPECT_EQ(2048, settings.send_buffer);
+  parse({"", "--metrics="});
+  EXPECT_EQ("--metrics= has no value", settings.refusal);
+}
+
+TEST_F(FirstSettings, HaveMetricsToldEveryFiveSecondsAndTroubleOnce) {
+  settings.metrics = dir.path("folder/m");
+  begin_metrics();
+  fs::create_directory(dir.path("folder"));
+  time_passed = 4;
+  tell_metrics();
+  EXPECT_FALSE(dir.exists("folder/m"));
+  time_passed = 6;
+  tell_metrics();
+  EXPECT_EQ(metrics_text(), contents(dir.path("folder/m")));
+  EXPECT_EQ(
+      "warning: can't write the metrics " + settings.metrics + ": No such file or directory\n",
+      system_log);
+  scan_list = {{1, "1.2.3.4", 5, "/a\"\\\n\xD0\xB6", "", 0, false, {6, 7, 8, {9}}}};
+  const PresentFile present("/f", 2);
+  const std::string text = metrics_text(),
+                    labels = R"({folder="/a\"\\\\x0A\\xD0\\xB6",receiver="1.2.3.4:5"} )";
+  for (const std::string& line :
+       {"files_sent_total" + labels + "6", "bytes_sent_total" + labels + "7",
+        "datagrams_sent_total" + labels + "8", std::string("files_waiting{reason=\"mask\"} 9"),
+        std::string("present_file{path=\"/f\"} 1"), std::string("present_file_parts 2")}) {
+    EXPECT_NE(std::string::npos, text.find("\ntarnwick_" + line + "\n")) << line << text;
+  }
+}
+
+TEST_F(FirstSettings, AreWrittenWholeOrNotAtAllAndThroughNoStrangersLink) {
+  settings.config_name = dir.path("cfg");
+  rlimit size{};
+  getrlimit(RLIMIT_FSIZE, &size);
+  const rlimit full{100, size.rlim_max};
+  std::signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &full);
+  EXPECT_TRUE(SaveConfig());
+  setrlimit(RLIMIT_FSIZE, &size);
+  EXPECT_FALSE(dir.exists("cfg"));
+  on_fsync = [this] { EXPECT_FALSE(dir.exists("cfg")); };  // a kill would leave nothing
+  EXPECT_TRUE(SaveConfig());
+  on_fsync = [] {};
+  EXPECT_EQ(contents(kHere / "first_cfg.txt"), contents(dir.path("cfg")));
+  fs::remove(settings.config_name);
+  EXPECT_EQ("warning: can't write all of the configuration file " + settings.config_name +
+                ": File too large\n",
+            system_log);
+  const std::string victim = dir.file("victim");
+  fs::create_symlink(victim, settings.config_name);
+  EXPECT_TRUE(SaveConfig());
+  EXPECT_EQ(contents(kHere / "first_cfg.txt"), contents(victim));
+  if (lchown(settings.config_name.c_str(), 65534, 0) != 0) return;  // only root gives links away
+  dir.file("victim");
+  EXPECT_FALSE(SaveConfig());
+  EXPECT_EQ("x", contents(victim));
 }

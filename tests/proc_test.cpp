@@ -1,18 +1,25 @@
 #include "proc/proc.h"
 
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <fstream>
 
+#include "state/run_log.h"
 #include "tests/support.h"
 
+static std::function<void()> on_setsid = [] {};  ///< what a daemon does first of all
+
+pid_t setsid() noexcept {
+  on_setsid();
+  return static_cast<pid_t>(syscall(SYS_setsid));
+}
+
 struct Lock : StateTest {
-  void SetUp() override {
-    if (access("/var/run", W_OK) != 0) GTEST_SKIP() << "needs the right to write /var/run";
-  }
   ~Lock() override {
     if (child > 0 && waitpid(child, nullptr, WNOHANG) == 0) kill(child, SIGKILL), wait(nullptr);
-    fs::remove(path);
   }
 
   /// Starts a process that takes the lock and, if it `heeds` them, serves requests.
@@ -20,10 +27,25 @@ struct Lock : StateTest {
     on_pause = [this](std::uint32_t us) { usleep(us), waitpid(child, &ended, WNOHANG); };
     if ((child = fork()) == 0) {
       alarm(60);  // outlives no failure
-      for (Proc owner(name); !heeds || !owner.if_terminated_unlock();) usleep(1000);
+      for (Proc owner(name, dir.root); !heeds || !owner.if_terminated_unlock();) usleep(1000);
       _exit(0);
     }
     for (int i = 0; i < 10000 && contents(path) != record(child); ++i) usleep(1000);
+  }
+  /// Starts a process that becomes a daemon, and waits for its foreground part. The
+  /// daemon ends with 0 as soon as it is asked to stop, or with 1 after 10 s.
+  void start_daemon() {
+    on_pause = [](std::uint32_t us) { usleep(us); };
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // its end is ours to see
+    std::fflush(nullptr);              // else written twice
+    if ((child = fork()) == 0) {
+      alarm(60);
+      Proc owner(name, dir.root);
+      owner.daemon_mode();
+      for (int i = 0; i < 1000 && !owner.terminated(); ++i) usleep(10'000);
+      _exit(owner.terminated() ? 0 : 1);
+    }
+    waitpid(child, &ended, 0);
   }
   void put(const std::string& bytes) const { std::ofstream(path) << bytes; }
   static std::string record(int pid, char stop = 0, char command = 0, char status = 0) {
@@ -32,34 +54,133 @@ struct Lock : StateTest {
     return bytes;
   }
 
-  const std::string name = "tarnwick_test_" + std::to_string(getpid());
-  const std::string path = "/var/run/" + name + ".lock";
+  const std::string name = "lock";
+  const std::string path = dir.path("lock.lock");
   pid_t child = 0;
   int ended = -1;  ///< its wait status
 };
 
 TEST_F(Lock, ServesFreezeThawAndStop) {
   start_owner(true);
-  Proc controller(name);
-  EXPECT_TRUE(controller.freez(10) && contents(path) == record(child, 0, 2, 2));
-  EXPECT_TRUE(controller.unfreez(10) && contents(path) == record(child));
-  EXPECT_TRUE(controller.freez(10) && controller.terminate_wait(10000));
-  EXPECT_TRUE(ended == 0 && !fs::exists(path));
+  Proc controller(name, dir.root);
+  EXPECT_TRUE(controller.freez(10));
+  EXPECT_EQ(record(child, 0, 2, 2), contents(path));
+  EXPECT_TRUE(controller.unfreez(10));
+  EXPECT_EQ(record(child), contents(path));
+  EXPECT_TRUE(controller.freez(10));
+  EXPECT_TRUE(controller.terminate_wait(10000));
+  EXPECT_EQ(0, ended);
+  EXPECT_FALSE(fs::exists(path));
 }
 
 TEST_F(Lock, IsTakenFromAnOwnerWhoDoesNotAnswerOrIsDead) {
   start_owner(false);
   std::string asked;
   on_pause = [&](std::uint32_t) { asked = contents(path); };
-  EXPECT_TRUE(Proc(name).is_already_run() && !Proc(name).freez(2) && pauses == Pauses(20, 100000));
-  EXPECT_TRUE(asked == record(child, 0, 2) && contents(path) == record(child));
-  EXPECT_TRUE(Proc(name).terminate_wait(25) && !fs::exists(path) && pauses.size() == 23);
-  EXPECT_TRUE(wait(&ended) == child && asked == record(child, 1, 1) && WTERMSIG(ended) == SIGKILL);
-  for (const auto& stale : {record(0, 1), record(1).substr(0, 11), record(child, 1, 3, 2)}) {
+  EXPECT_TRUE(Proc(name, dir.root).is_already_run());
+  EXPECT_FALSE(Proc(name, dir.root).freez(2));
+  EXPECT_EQ(Pauses(20, 100000), pauses);
+  EXPECT_EQ(record(child, 0, 2), asked);
+  EXPECT_EQ(record(child), contents(path));
+  EXPECT_TRUE(Proc(name, dir.root).terminate_wait(25));
+  EXPECT_FALSE(fs::exists(path));
+  EXPECT_EQ(23, pauses.size());
+  EXPECT_EQ(child, wait(&ended));
+  EXPECT_EQ(record(child, 1, 1), asked);
+  EXPECT_EQ(SIGKILL, WTERMSIG(ended));
+  for (const auto& stale :
+       {record(0, 1), record(-1), record(1).substr(0, 11), record(child, 1, 3, 2)}) {
     put(stale);
-    Proc next(name);
-    EXPECT_TRUE(!next.is_already_run() && contents(path) == record(getpid()));
+    Proc next(name, dir.root);
+    EXPECT_FALSE(next.is_already_run());
+    EXPECT_EQ(record(getpid()), contents(path));
     put(record(getpid(), 7));  // a byte that no bool has
-    EXPECT_TRUE(next.if_terminated_unlock() && !fs::exists(path));
+    EXPECT_TRUE(next.if_terminated_unlock());
+    EXPECT_FALSE(fs::exists(path));
   }
+}
+
+TEST_F(Lock, TakesARequestAsSoonAsTheForegroundHasEnded) {
+  on_setsid = [] { usleep(300'000); };  // it is slow to write its record
+  start_daemon();
+  EXPECT_EQ(0, ended);
+  std::fstream(path, std::ios::in | std::ios::out).seekp(4).put('\1');
+  EXPECT_NE(-1, wait(&ended));
+  EXPECT_EQ(0, ended);
+  on_setsid = [] { _exit(9); };  // it dies before
+  start_daemon();
+  EXPECT_EQ(0, ended);
+  EXPECT_NE(-1, wait(&ended));
+  EXPECT_EQ(9, WEXITSTATUS(ended));
+  on_setsid = [] {};
+}
+
+TEST_F(Lock, IsLeftToACopyThatHasTakenItMeanwhile) {
+  start_owner(false);
+  Proc controller(name, dir.root);
+  ASSERT_TRUE(controller.is_already_run());
+  fs::remove(path);
+  put(record(getpid()));
+  on_pause = [](std::uint32_t) {};
+  EXPECT_TRUE(controller.terminate_wait(10));
+  EXPECT_EQ(0, waitpid(child, nullptr, WNOHANG));  // it had let go: no need to kill it
+  controller.clear_lock_of(controller.owner());
+  EXPECT_EQ(record(getpid()), contents(path));
+}
+
+TEST_F(Lock, IsNotReadByHalves) {
+  start_owner(false);
+  Proc controller(name, dir.root);
+  on_pause = [&](std::uint32_t) { put(record(getpid()).substr(0, 4)); };
+  EXPECT_FALSE(controller.freez(1));
+  EXPECT_EQ(child, controller.owner());
+}
+
+TEST_F(Lock, OfAStrangerMayNotHaveOthersKilledOrOverwritten) {
+  constexpr uid_t kStranger = 65534;
+  const auto is_refused = [&] {
+    EXPECT_EXIT((show_all(), Proc(name, dir.root)), testing::ExitedWithCode(1),
+                "^openclose: Cannot open");
+  };
+  put(record(getpid()));
+  if (chown(path.c_str(), kStranger, 0) != 0) return;  // only root gives files away
+  is_refused();
+  int ready[2];
+  ASSERT_EQ(0, pipe(ready));
+  if ((child = fork()) == 0) {
+    alarm(60);
+    _exit(setuid(kStranger) == 0 && write(ready[1], "", 1) == 1 ? pause() : 1);
+  }
+  EXPECT_EQ(1, read(ready[0], ready, 1));
+  put(record(child));
+  EXPECT_TRUE(Proc(name, dir.root).is_already_run());  // one that the stranger could kill as well
+  const std::string other = path + ".other";
+  std::ofstream(other) << "untouched";
+  const std::function<int()> plants[] = {
+      [&] { return symlink(other.c_str(), path.c_str()) + lchown(path.c_str(), kStranger, 0); },
+      [&] { return mkfifo(path.c_str(), 0600); },
+      [&] { return link(other.c_str(), path.c_str()); }};
+  for (const auto& plant : plants) {
+    fs::remove(path);
+    EXPECT_EQ(0, plant());
+    is_refused();
+  }
+  EXPECT_EQ("untouched", contents(other));
+  fs::remove(other);
+}
+
+using RunLog = StateTest;
+
+TEST_F(RunLog, IsWrittenWhereLogsIsNotZeroAndStampedOnRequest) {
+  settings.logs_name = dir.path("log");
+  log_plain("none");
+  EXPECT_FALSE(dir.exists("log"));
+  settings.logs = -1;
+  log_plain("plain");
+  EXPECT_EQ("plain\n", contents(dir.path("log")));
+  log_stamped("stamped");
+  const std::string both = contents(dir.path("log"));
+  EXPECT_EQ("plain\n", both.substr(0, 6));
+  ASSERT_NE(std::string::npos, both.find(" > "));
+  EXPECT_EQ(" > stamped\n", both.substr(both.find(" > ")));
 }

@@ -1,13 +1,18 @@
 // Names, packets, pace and transfers, with datagrams on 127.0.0.1.
+#include <chrono>
+#include <fstream>
+
+#include "proc/proc.h"
 #include "send/code_page.h"
-#include "send/crc32.h"
 #include "send/pacing.h"
 #include "send/send_file.h"
 #include "send/service_packet.h"
 #include "send/socket.h"
+#include "send/stop_check.h"
 #include "send/trash.h"
-#include "send/wire_format.h"
 #include "tests/support.h"
+#include "wire/crc32.h"
+#include "wire/wire_format.h"
 
 using namespace std::string_literals;
 
@@ -55,30 +60,54 @@ TEST_F(Sending, PacketsNamesAndIntervalsMatchTheirWorkedValues) {
       "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\0\xF0\0\0\xD9\xC6\x0B\x34\0\xF1\x53\x65\0\0\0\0\x01\0"s +
           std::string(30, '\0') + "\xE8\xEC\xFF.\0in/a/b\0\0"s,
       std::string(packet.begin(), packet.end()));
+  EXPECT_EQ("warning: the name goes out cut: /out/имя.日x\n", system_log);
   EXPECT_EQ(84U + 8191 + 2, build_header_packet(info, std::string(9000, 'a'), "").size());
   use_charset("no-such-set");
-  EXPECT_EQ("\xE8\x98", fname_to_send("\xE8\x98"));
+  bool cut = true;
+  EXPECT_EQ("\xE8\x98", fname_to_send("\xE8\x98", cut));
+  EXPECT_FALSE(cut);
   EXPECT_EQ("006553F100123456780000340BC6D9/a", trash_name(info) + destination_path("", "a"));
-  EXPECT_TRUE(int2hex(-1, 10) == "00FFFFFFFF" && crc32_str("") == -1);
-  EXPECT_TRUE(line_bits(1400) == 11856 && line_bits(1443) == 12200 && line_bits(1444) == 12576);
-  EXPECT_TRUE(line_bits(65507) == 540904 && to_delay(packet_interval(61440, 95)) == 5092259);
-  EXPECT_TRUE(to_delay(0 / 0.) == 0 && to_delay(-1) == 0 && to_delay(1e300) == ~std::uint64_t{0});
-  EXPECT_TRUE(due_after_step(61, 50, 10) == 60 && due_after_step(55, 50, 10) == 55);
+  EXPECT_EQ("00FFFFFFFF", int2hex(-1, 10));
+  EXPECT_EQ(-1, crc32_str(""));
+  for (const auto& [size, bits] :
+       {std::pair{1400U, 11856U}, {1443U, 12200U}, {1444U, 12576U}, {65507U, 540904U}})
+    EXPECT_EQ(bits, line_bits(size)) << size;
+  EXPECT_EQ(5092259U, to_delay(packet_interval(61440, 95)));
+  for (const double none : {0 / 0., -1., 0.}) EXPECT_EQ(0U, to_delay(none)) << none;
+  EXPECT_EQ(~std::uint64_t{0}, to_delay(1e300));
+}
+
+TEST(Pacer, CountsFromTheEndOfEachWaitAndDoesNotWaitForASteppedClock) {
+  Pacer pacer(10, 100);
+  const struct {
+    std::uint64_t now;
+    bool may_send;
+  } looks[] = {
+      {100, false}, {109, false},  {110, true},                // one interval after the beginning
+      {110, false}, {119, false},  {145, true},                // late
+      {150, false}, {154, false},  {155, true},                // does not hurry the next
+      {50, false},  {59, false},   {60, true},   {69, false},  // set back
+      {1000, true}, {1009, false}, {1010, true},               // set forward
+  };
+  for (const auto& look : looks) EXPECT_EQ(look.may_send, pacer.may_send(look.now)) << look.now;
 }
 
 TEST_F(Sending, SendsHeadersAndPartsInEveryPassAndCountsThem) {
   const std::string content = std::string(1380, 'a') + std::string(1380, 'b');
   EXPECT_EQ(kSent, send(content));
   EXPECT_EQ("0 0 0 0 0 1 2 0 0 0 0 0 1 2 ", received());
-  EXPECT_TRUE(payload == content + content && pauses == Pauses(10, 10000));
+  EXPECT_EQ(content + content, payload);
+  EXPECT_EQ(Pauses(10, 10000), pauses);
   settings.send_serv = settings.head_send = settings.data_send = 1;
-  EXPECT_TRUE(send(content + "x") == kSent && send("") == kSent);
+  EXPECT_EQ(kSent, send(content + "x"));
+  EXPECT_EQ(kSent, send(""));
   EXPECT_EQ("0 S2 1 S4 2 S6 3 S8 0 S10 ", received());
   settings.send_serv = 100;
   for (all_send_cnt = folder.send_cnt = 0; all_send_cnt < 100;) serv_pack_send();
   EXPECT_EQ("S101 ", received());
   for (settings.send_serv = -1; settings.send_serv < 1; ++settings.send_serv) serv_pack_send();
-  EXPECT_TRUE(received().empty() && all_send_cnt == 102);  // 0 does not even count
+  EXPECT_EQ("", received());
+  EXPECT_EQ(102U, all_send_cnt);  // 0 does not even count
 }
 
 TEST_F(Sending, SendsOnlyWhatCanGoOutWhole) {
@@ -92,12 +121,62 @@ TEST_F(Sending, SendsOnlyWhatCanGoOutWhole) {
   for (const auto& change : changes) {
     on_pause = [&](std::uint32_t) { change(); };
     EXPECT_EQ(kNotSent, send(std::string(3000, 'x'))) << &change - changes;
+    const bool was_cut = &change == changes;  // no part goes out as far as it could be read
+    EXPECT_EQ(was_cut ? "0 0 0 0 0 " : "0 0 0 0 0 1 2 3 0 0 0 0 0 1 2 3 ", received());
   }
+  on_pause = [&](std::uint32_t) { fs::remove(f); };
+  EXPECT_EQ(kSent, send("x"));  // it went out, whoever took it away
+  std::ifstream reader;
+  on_pause = [&](std::uint32_t) { reader.open(f), time_passed += 2; };
+  EXPECT_EQ(kNotSent, send("x"));
+  EXPECT_EQ(kSent, SendFile(f, "", kKindTrashJournal));
+  reader.close();
   on_pause = [](std::uint32_t) {};
   settings.trash_active = 1, settings.trash_path = dir.file("blocked");
-  EXPECT_TRUE(send("") == kSent && dir.exists("f"));  // stays where it can't be moved
+  EXPECT_EQ(kSent, send(""));
+  EXPECT_TRUE(dir.exists("f"));  // stays where it can't be moved
   settings.head_send = 0;
   EXPECT_EQ(kNotSent, send("x"));
   settings.head_send = 1, settings.data_send = 0;
   EXPECT_EQ(kNotSent, send("x"));
+}
+
+/// Later than any look for a stop so far, s.
+static std::time_t later() {
+  static std::time_t now = 0;
+  return now += 100;
+}
+
+TEST_F(Sending, LooksForAStopByAClockThatNobodySets) {
+  Proc lock("a", dir.root);
+  pplock = &lock;
+  time_passed = later();
+  const auto began = std::chrono::steady_clock::now();
+  EXPECT_FALSE(check2break());
+  std::fstream(dir.path("a.lock"), std::ios::in | std::ios::out).seekp(4).put('\1');
+  const bool at_once = check2break();
+  const bool is_slow = std::chrono::steady_clock::now() - began > std::chrono::milliseconds(90);
+  EXPECT_TRUE(is_slow || !at_once) << "ten times a second are enough";
+  clock_stepped = -3600;
+  ++time_passed;
+  EXPECT_TRUE(check2break());
+  pplock = nullptr;
+}
+
+TEST_F(Sending, LooksForAStopBeforeEachHeaderPacketAndBeforeTheParts) {
+  settings.data_send = 1, time_passed = later();
+  for (const auto& [headers, stop_after, wanted] :
+       {std::tuple{3, 1, "0 "}, {3, 3, "0 0 0 "}, {1, 1, "0 "}, {1, 9, "0 1 "}}) {
+    Proc lock("b", dir.root);
+    pplock = &lock;
+    settings.head_send = headers;
+    on_pause = [&, after = stop_after](std::uint32_t) mutable {
+      ++time_passed;
+      if (--after == 0)
+        std::fstream(dir.path("b.lock"), std::ios::in | std::ios::out).seekp(4).put('\1');
+    };
+    EXPECT_EQ(stop_after == 9 ? kSent : kNotSent, send("x"));
+    EXPECT_EQ(wanted, received()) << headers << " " << stop_after;
+    pplock = nullptr;
+  }
 }

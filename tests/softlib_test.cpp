@@ -1,6 +1,16 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <clocale>
+
+#include "ground/owners.h"
+#include "softlib/escape.h"
 #include "softlib/file_system.h"
+#include "softlib/keyboard.h"
 #include "softlib/log.h"
+#include "softlib/numbers.h"
 #include "softlib/path.h"
+#include "softlib/replace_file.h"
 #include "tests/support.h"
 
 TEST(FileSystem, SplitsPathsAndMakesEveryMissingFolderButOneForALog) {
@@ -13,7 +23,118 @@ TEST(FileSystem, SplitsPathsAndMakesEveryMissingFolderButOneForALog) {
   EXPECT_EQ("c,a.b,a.b.c,/v; ,c,c,a\\b; ,f,f,d.d; ,,,d; p,,.p,.; ,n,n.,; ", got);
   const TempDir dir;
   std::string deep = dir.root + "\\a//b\\", empty, blocked = dir.file("sub/.x") + "/x";
-  EXPECT_TRUE(MakeDir(deep) && deep == dir.root + "/a//b/" && dir_is_empty(dir.root, "a/b"));
-  EXPECT_FALSE(!MakeDir(empty) || MakeDir(blocked) || dir_is_empty(dir.root, "sub"));
-  EXPECT_TRUE(LogDir("x") && LogDir(dir.path("d/x")) && !LogDir(dir.path("e/f/x")));
+  EXPECT_TRUE(MakeDir(deep));
+  EXPECT_EQ(dir.root + "/a//b/", deep);
+  EXPECT_TRUE(dir_is_empty(dir.root, "a/b"));
+  EXPECT_TRUE(MakeDir(empty));
+  EXPECT_FALSE(MakeDir(blocked));
+  EXPECT_FALSE(dir_is_empty(dir.root, "sub"));
+  if (geteuid() == 0) {  // only root gives links away
+    fs::create_directory_symlink("a", dir.path("link"));
+    EXPECT_EQ(0, lchown(dir.path("link").c_str(), 54321, 0));
+    std::string planted = dir.path("link/c");
+    EXPECT_FALSE(MakeDir(planted));
+    EXPECT_FALSE(dir.exists("a/c"));
+  }
+  EXPECT_TRUE(LogDir("x"));
+  EXPECT_TRUE(LogDir(dir.path("d/x")));
+  EXPECT_FALSE(LogDir(dir.path("e/f/x")));
+}
+
+TEST(Escape, LeavesNothingOfANameThatATerminalWouldObey) {
+  const std::string name = "a \\Имя\x1b[2J\r\n\x7f|\xc2\x85|\xff|\xd0";
+  ASSERT_NE(nullptr, std::setlocale(LC_CTYPE, "C.UTF-8"));
+  EXPECT_EQ("a \\Имя\\x1B[2J\\x0D\\x0A\\x7F|\\xC2\\x85|\\xFF|\\xD0", escape_unprintable(name));
+  std::setlocale(LC_CTYPE, "C");
+  EXPECT_EQ("\\xD0\\x98 a", escape_unprintable("И a"));
+  EXPECT_EQ("a \\Имя\\x1B[2J\\x0D\\x0A\\x7F|\xc2\x85|\xff|\xd0", escape_controls(name));
+}
+
+TEST(Numbers, HaveADecimalPointInEveryLocale) {
+  const TempDir dir;
+  setenv("LOCPATH", dir.root.c_str(), 1);
+  const std::string compile = "localedef -i ru_RU -f UTF-8 '" + dir.path("ru_RU.UTF-8") + "'";
+  if (std::system(compile.c_str()) != 0) GTEST_SKIP() << "needs localedef and its ru_RU";
+  ASSERT_NE(nullptr, std::setlocale(LC_ALL, "ru_RU.UTF-8"));
+  EXPECT_EQ(1.5, std::strtod("1,5", nullptr));  // so it is in force
+  EXPECT_EQ(0.5, to_double(" +0.5"));
+  EXPECT_EQ(9, to_double("9,5"));
+  EXPECT_EQ(-24, to_double("-0x1.8p4 Mbit"));
+  std::setlocale(LC_ALL, "C");
+}
+
+TEST(Numbers, BytesAreDigitsWithAtMostAUnit) {
+  EXPECT_EQ(0U, to_bytes("0"));
+  EXPECT_EQ(106'496U, to_bytes("104K"));
+  EXPECT_EQ(3U << 20, to_bytes("3M"));
+  EXPECT_EQ(std::uint64_t{16} << 30, to_bytes("16G"));
+  EXPECT_EQ(~std::uint64_t{0}, to_bytes("18446744073709551615"));
+  for (const char* none : {"", "K", "-1", "+1", " 1", "1 ", "1k", "1KB", "1.5K", "0x10",
+                           "18446744073709551616", "17179869184G"}) {
+    EXPECT_FALSE(to_bytes(none)) << none;
+  }
+}
+
+TEST(Keyboard, OnlyEscapeOrTheEndOfInputIsTakenForEscape) {
+  int ends[2];
+  ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+  const Fd kept(dup(STDIN_FILENO)), reader(ends[0]);
+  Fd writer(ends[1]);
+  ASSERT_EQ(STDIN_FILENO, dup2(reader.get(), STDIN_FILENO));
+  EXPECT_FALSE(kbhit());
+  EXPECT_EQ(3, write(writer.get(), "q\x1bq", 3));
+  EXPECT_FALSE(escape_was_pressed());
+  EXPECT_TRUE(escape_was_pressed());
+  EXPECT_FALSE(escape_was_pressed());
+  EXPECT_FALSE(kbhit());
+  EXPECT_EQ('q', getch());
+  writer = Fd();
+  EXPECT_TRUE(escape_was_pressed());
+  std::clearerr(stdin);
+  dup2(kept.get(), STDIN_FILENO);
+}
+
+TEST(Log, GoesToPipesButNotThroughAStrangersLinkAndWarnsOnceWhenItFails) {
+  const TempDir dir;
+  system_log.clear();
+  const std::string log = dir.path("log"), pipe = dir.path("pipe");
+  ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+  const Fd reader(open(pipe.c_str(), O_RDWR | O_CLOEXEC));
+  fs::create_symlink(pipe, log);
+  write_log(log, "a", false);
+  char text[9] = "";
+  EXPECT_EQ(2, read(reader.get(), text, sizeof text));
+  EXPECT_STREQ("a\n", text);
+  if (lchown(log.c_str(), 65534, 0) != 0) return;  // only root gives links away
+  fs::remove(pipe);
+  dir.file("pipe");
+  write_log(log, "b", false);
+  write_log(log, "c", false);
+  EXPECT_EQ("x", contents(pipe));
+  EXPECT_EQ("warning: can't write the log " + log + "\n", system_log);
+  fs::remove(log);
+  ASSERT_EQ(0, mkfifo(log.c_str(), 0600));
+  ASSERT_EQ(0, chown(log.c_str(), 65534, 0));
+  write_log(log, "d", false);  // would wait for a reader for ever
+  fs::remove(log);
+  write_log(log, "e", false);
+  EXPECT_EQ("e\n", contents(log));
+}
+
+TEST(ReplaceFile, ShowsTheOldTextOrTheNewAndLeavesWhatIsNoFileAlone) {
+  const TempDir dir;
+  const std::string victim = dir.file("victim"), path = dir.path("state");
+  fs::create_symlink(victim, path + ".tmp");
+  for (const std::string text : {"first", "second"}) {
+    EXPECT_EQ("", replace_file(path, text));
+    EXPECT_EQ(text, contents(path));
+  }
+  EXPECT_EQ("x", contents(victim));
+  EXPECT_FALSE(dir.exists("state.tmp"));
+  fs::create_symlink(victim, dir.path("link"));
+  for (const char* other : {"link", "", "/dev/null"}) {
+    EXPECT_EQ("not a regular file", replace_file(*other == '/' ? other : dir.path(other), "y"));
+  }
+  EXPECT_EQ("x", contents(victim));
+  EXPECT_EQ("No such file or directory", replace_file(dir.path("none/x"), "y"));
 }

@@ -12,9 +12,19 @@
 namespace fs = std::filesystem;
 using Pauses = std::vector<std::uint32_t>;
 
-// From fakes.cpp, where pause_us() does not sleep.
+// From fakes.cpp, where pause_us() does not sleep and nothing reaches the system's log.
 extern Pauses pauses;                                ///< all of them, us
 extern std::function<void(std::uint32_t)> on_pause;  ///< what happens meanwhile
+extern std::string system_log;                       ///< lines "warning: " or "error: " and text
+
+// Also from there, s, on top of the real clocks: real and monotonic, and what
+// somebody has set the real one to.
+extern std::time_t time_passed, clock_stepped;
+
+extern uid_t other_uid;  ///< whom the program takes itself for, unless 0
+
+/// Comes before each renameat2() with its flags; its errno, if not 0, is the answer.
+extern std::function<int(unsigned)> on_rename;
 
 /// A folder of its own, spelled as /proc does, removed on every way out.
 struct TempDir {
@@ -22,7 +32,7 @@ struct TempDir {
   ~TempDir();
   std::string path(const std::string& name) const { return root + "/" + name; }
   bool exists(const std::string& name) const { return fs::exists(path(name)); }
-  /// Writes a file anew, with the folders above it; gives its path.
+  /// Writes a file anew, with the folders above it; returns its path.
   std::string file(const std::string& name, const std::string& content = "x") const;
 
   std::string root = fs::temp_directory_path() / "tarnwick_test_XXXXXX";
@@ -42,8 +52,10 @@ void show_all();
 struct StateTest : testing::Test {
   StateTest() {
     settings = Settings{};
-    pauses.clear();
+    pauses.clear(), system_log.clear();
+    time_passed = clock_stepped = 0;
     on_pause = [](std::uint32_t) {};
+    on_rename = [](unsigned) { return 0; };
   }
   ~StateTest() override { std::cout.rdbuf(kept); }
 

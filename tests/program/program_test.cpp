@@ -1,4 +1,5 @@
 // One scan and cycle mode, seen from outside: files, datagrams, texts, statuses.
+#include <linux/capability.h>
 #include <sys/stat.h>
 
 #include <regex>
@@ -14,10 +15,7 @@ struct Run : testing::Test {
   TempDir home;
   Collector net;
 
-  void SetUp() override {
-    if (const auto missing = missing_right(); !missing.empty()) GTEST_SKIP() << missing;
-    home.write("tarnwick_cfg", "p:" + net.port + "\nf:in\nu:1\nd:1\nc:1\n");
-  }
+  void SetUp() override { home.write("tarnwick_cfg", "p:" + net.port + "\nf:in\nu:1\nd:1\nc:1\n"); }
 };
 
 /// The text with "#" for what differs from run to run.
@@ -63,7 +61,7 @@ TEST_P(Case, TellsAndLeavesWhatItShould) {
   if (scene("end_of_input")) program.input = Fd();
   std::ostringstream told;
   told << words.str() << "\nstatus " << program.wait() << "\n" << masked(program.out());
-  told << "== standard error\n" << program.err();
+  told << "== standard error\n" << masked(program.err());
   told << "== log\n" << masked(read_file(home.path("tarnwick_logs.txt")));
   told << "== left\n" << (home.has(file) ? "file\n" : "") << (home.has("in/pipe") ? "pipe\n" : "");
   if (fs::exists(home.lock())) told << (read_file(home.lock()) == lock ? "lock\n" : "new lock\n");
@@ -84,8 +82,10 @@ TEST_F(Run, SendsATreeByteForByteAndRemovesIt) {
     for (std::size_t i = 0; i < 60; ++i) add(folder + std::to_string(i), i * 61);
   }
   add("/" + std::string(255, 'n'), 50'000'000);
-  Program program(home, {"-a:cp1251"});
-  EXPECT_EQ(0, program.wait());
+  EXPECT_EQ(0, Program(home, {"-a:cp1251", net.pace()}).wait());
+  home.ordinary = true;  // with a small buffer, too
+  add("/ordinary", 5'000'000);
+  EXPECT_EQ(0, Program(home, {"-a:cp1251", net.pace()}).wait());
   EXPECT_TRUE(fs::is_empty(home.path("in")));
   auto received = rebuild(net.packets());
   for (const auto& [path, passes] : sent) EXPECT_TRUE(received[path] == passes) << path;
@@ -119,9 +119,16 @@ TEST_F(Run, OrdersPacketsAsConfiguredAndMovesFilesToTheTrash) {
   char name[64];
   std::snprintf(name, sizeof name, "00%08lX%08lX0000%08lX", header.field(44, 4), header.field(0, 4),
                 header.field(40, 4));
-  EXPECT_TRUE(home.has("a/b/"s + name) && !fs::exists(path));
+  EXPECT_TRUE(home.has("a/b/"s + name));
+  EXPECT_FALSE(fs::exists(path));
   EXPECT_EQ(0U, read_file(home.path("a/b/trash_log")).find(name + (" " + path) + "\n"));
   EXPECT_EQ(0U, program.out().find("a/b/trash_log\na/b/"s + name + "\na/b/trash_log\n"));
+}
+
+TEST_F(Run, SendsToABroadcastAddress) {
+  home.write("in/a", "x");
+  EXPECT_EQ(0, Program(home, {"-i:127.255.255.255"}).wait());
+  EXPECT_FALSE(home.has("in/a"));
 }
 
 TEST_F(Run, PacesDataPacketsAndKeepsTheFileAtEscape) {
@@ -159,6 +166,36 @@ TEST_F(Run, CyclesWithoutKeepingDescriptorsUntilItIsStopped) {
             std::regex_replace(masked(read_file(home.path("tarnwick_logs.txt"))), sent, ""));
 }
 
+TEST_F(Run, TellsItsStateInAFileAndIsNotEndedByTheQuestionForIt) {
+  home.write("in/a", "four");
+  home.write("in/~b", "x");
+  Program program(home, {"-m:1", "-b:~", "--metrics=m"});
+  ASSERT_TRUE(eventually([&] { return !home.has("in/a"); }));
+  kill(program.pid, SIGUSR1);
+  program.input = Fd();  // the end of the input ends the cycle
+  EXPECT_EQ(0, program.wait());
+  const std::string text = read_file(home.path("m"));
+  const std::string labels =
+      "{folder=\"" + home.path("in") + "\",receiver=\"127.0.0.1:" + net.port + "\"} ";
+  for (const std::string& line :
+       {"files_sent_total" + labels + "1", "bytes_sent_total" + labels + "4",
+        "datagrams_sent_total" + labels + "2", "files_waiting{reason=\"mask\"} 1"s,
+        "files_failed_total{reason=\"changed\"} 0"s, "present_file_parts 0"s}) {
+    EXPECT_NE(std::string::npos, text.find("\ntarnwick_" + line + "\n")) << line << "\n" << text;
+  }
+}
+
+TEST_F(Run, AnswersTwoWordsAndDoesNothingElse) {
+  fs::remove(home.path("tarnwick_cfg"));
+  home.write("scan_dir/a", "x");
+  const std::string usage = Program(home, {"-m:3", "--help"}).told();
+  EXPECT_EQ(0U, usage.find("0 \nusage: tarnwick_"));
+  EXPECT_EQ("0 tarnwick " TARNWICK_VERSION "\n",
+            Program(home, {"-h", "--version", "--help"}).told());
+  EXPECT_TRUE(home.has("scan_dir/a"));
+  EXPECT_FALSE(home.has("tarnwick_cfg"));
+}
+
 TEST_F(Run, StartsFromTheConfigurationThatItWrote) {
   if (fs::exists("/etc/tarnwick_cfg")) GTEST_SKIP() << "/etc/tarnwick_cfg would be read instead";
   fs::remove(home.path("tarnwick_cfg"));
@@ -167,6 +204,24 @@ TEST_F(Run, StartsFromTheConfigurationThatItWrote) {
   home.write("scan_dir/a", std::string(70'000, 'x'));
   EXPECT_EQ(0, Program(home, {"-p:" + net.port}).wait());
   EXPECT_EQ(61'440U, net.packets().at(5).bytes.size());  // after five headers
+}
+
+TEST_F(Run, NeedsAPrivilegeOnlyToForceItsBuffer) {
+  (void)prctl(PR_CAPBSET_DROP, CAP_NET_ADMIN);  // who may not has it no more than this
+  home.ordinary = false;
+  home.write("in/a", std::string(3000, 'x'));
+  const std::regex refused(
+      "1 [^]*Error in setsockopt\\(SO_SNDBUF\\) \\(returned -1\nerrorcode = 1  "
+      ": Operation not permitted");
+  EXPECT_TRUE(std::regex_match(Program(home, {"-v:1", "--run-dir=."}).told(), refused));
+  EXPECT_TRUE(home.has("in/a"));
+  const std::string config = read_file(home.path("tarnwick_cfg"));
+  home.write("tarnwick_cfg", config + "--run-dir=.\n--send-buffer=1G\nv:1\n");
+  Program program(home, {});
+  EXPECT_EQ(0, program.wait());
+  const std::regex granted("send buffer: \\d+ of 1073741824 bytes granted\n");
+  EXPECT_TRUE(std::regex_search(program.out(), granted)) << program.out();
+  EXPECT_EQ(std::string(3000, 'x'), rebuild(net.packets())["/a"].at(0));
 }
 
 }  // namespace

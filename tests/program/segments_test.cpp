@@ -55,7 +55,7 @@ std::vector<Packet> send_all_plainly(const TempDir& home, const std::string& dat
 
 /// Moves this process to a network of its own, with frames of `mtu` bytes.
 bool enter_network(int mtu) {
-  if (unshare(CLONE_NEWNET) != 0) return false;
+  if (!enter_own_network()) return false;
   const int any = socket(AF_INET, SOCK_DGRAM, 0);
   ifreq lo{};
   std::strcpy(lo.ifr_name, "lo");
@@ -67,20 +67,27 @@ bool enter_network(int mtu) {
   return set && up;
 }
 
+/// Why what send_all() sends, unpaced, can't be taken in here; "" if it can.
+std::string missing_room() {
+  return Collector().room() < 4 << 20 ? "needs CAP_NET_ADMIN or net.core.rmem_max of 2 MiB" : "";
+}
+
 TEST(Segments, AreTheSameDatagramsInTheSameOrder) {
-  if (const auto missing = missing_right(); !missing.empty()) GTEST_SKIP() << missing;
+  if (const auto missing = missing_room(); !missing.empty()) GTEST_SKIP() << missing;
   for (const std::string datagram : {"1400", "8192"}) {
     const TempDir home;
     const auto many_a_call = send_all(home, datagram);
     const auto one_a_call = send_all_plainly(home, datagram);
     EXPECT_TRUE(masked(many_a_call) == masked(one_a_call)) << datagram;
     EXPECT_EQ(0U, joined(one_a_call));
+    // with a send buffer of the ordinary size each goes out by itself
+    if (home.ordinary) continue;
     EXPECT_LT(one_a_call.size() / 2, joined(many_a_call)) << "the kernel refused them";
   }
 }
 
 TEST(Segments, GoOutOneByOneWhereTheyWouldBeFragments) {
-  if (const auto missing = missing_right(); !missing.empty()) GTEST_SKIP() << missing;
+  if (const auto missing = missing_room(); !missing.empty()) GTEST_SKIP() << missing;
   if (!enter_network(1500)) GTEST_SKIP() << "needs the right to make a network";
   const TempDir home;
   const auto refused = send_all(home, "8192");

@@ -20,27 +20,38 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
 #include <map>
+#include <mutex>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
-#include "softlib/owners.h"
+#include "ground/owners.h"
 
 namespace fs = std::filesystem;
 
-/// Why the program can't do its work here and what to do about it; "" if it can.
-inline std::string missing_right() {
+/// True if the program may do without its options --send-buffer and --run-dir.
+inline bool has_privileges() {
   const int wanted = 1 << 24;
   const Fd sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  if (setsockopt(sock.get(), SOL_SOCKET, SO_SNDBUFFORCE, &wanted, sizeof wanted) != 0) {
-    return "no CAP_NET_ADMIN: run with sudo, or setcap cap_net_admin+ep this and " TARNWICK;
-  }
-  return access("/var/run", W_OK) == 0 ? "" : "can't create files in /var/run: run with sudo";
+  return setsockopt(sock.get(), SOL_SOCKET, SO_SNDBUFFORCE, &wanted, sizeof wanted) == 0 &&
+         access("/var/run", W_OK) == 0;
+}
+
+/// Moves this process to a network of its own, where it is root; an ordinary user needs a
+/// user namespace for that (user_namespaces(7)). False where the system has none for us.
+inline bool enter_own_network() {
+  if (unshare(CLONE_NEWNET) == 0) return true;
+  const std::string map = "0 " + std::to_string(geteuid()) + " 1";
+  return unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0 &&
+         static_cast<bool>(std::ofstream("/proc/self/uid_map") << map << std::flush);
 }
 
 /// Waits up to 60 s for it to hold; false if it never did.
@@ -57,7 +68,8 @@ inline std::string read_file(const std::string& path) {
 
 /// The working folder of a program. Its own name is the program's name, so the
 /// lock file is unique too. At the end, be it a crash of the test, what still runs
-/// under that name is killed and both are removed.
+/// under that name is killed and both are removed. Where privileges are missing, or
+/// a test asks for it, programs run with the options that need none.
 class TempDir {
  public:
   TempDir() = default;
@@ -66,7 +78,7 @@ class TempDir {
 
   std::string path(const std::string& name) const { return path_ + "/" + name; }
   std::string program() const { return path(path_.substr(path_.rfind('/') + 1)); }
-  std::string lock() const { return "/var/run" + path_.substr(path_.rfind('/')) + ".lock"; }
+  std::string lock() const { return ordinary ? program() + ".lock" : privileged_lock(); }
   bool has(const std::string& name) const { return fs::exists(path(name)); }
 
   /// Creates the file, and the folders on the way to it.
@@ -75,11 +87,17 @@ class TempDir {
     std::ofstream(path(name), std::ios::binary) << bytes;
   }
 
+  bool ordinary = !has_privileges();  ///< programs are to need no privilege
+
  private:
+  std::string privileged_lock() const {
+    return "/var/run" + path_.substr(path_.rfind('/')) + ".lock";
+  }
   FILE* start_cleaner() {
     EXPECT_NE(nullptr, mkdtemp(path_.data()));
     const std::string ours = "grep -la '^" + path_ + "/' /proc/[0-9]*/cmdline | tr -dc '0-9\\n'";
-    const std::string clean = "kill -9 $(" + ours + "); rm -rf '" + path_ + "' " + lock();
+    const std::string clean =
+        "kill -9 $(" + ours + "); rm -rf '" + path_ + "' " + privileged_lock();
     return popen(("exec 2>&-; trap '' INT; read end; " + clean).c_str(), "we");
   }
 
@@ -95,6 +113,9 @@ class Program {
     EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
     const Fd its_input(ends[0]);
     input = Fd(ends[1]);
+    if (home.ordinary) {
+      options.insert(options.begin(), {"--send-buffer=64K", "--run-dir=."});
+    }
     options.insert(options.begin(), home.program());
     std::vector<char*> argv;
     for (std::string& option : options) argv.push_back(option.data());
@@ -138,7 +159,7 @@ class Program {
   const std::string kOpened = "/proc/self/fd/";
   Fd out_{memfd_create("stdout", MFD_CLOEXEC)};
   Fd err_{memfd_create("stderr", MFD_CLOEXEC)};
-  int status_ = -1;  ///< as waitpid() gives it; -1 until then
+  int status_ = -1;  ///< as waitpid() returned it; -1 until then
 };
 
 struct Packet {
@@ -176,13 +197,14 @@ inline std::map<std::string, std::vector<std::string>> rebuild(const std::vector
   return files;
 }
 
-/// A UDP socket at 127.0.0.1. The kernel keeps what comes in, up to 512 MiB,
-/// so nothing is lost however late it is asked for.
+/// A UDP socket at 127.0.0.1. With privileges the kernel keeps what comes in, up to
+/// 512 MiB, so nothing is lost however late it is read; without, it is read in time
+/// where the senders keep to pace().
 class Collector {
  public:
   Collector() {
-    const int buffer = 512 << 20;
-    setsockopt(sock_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &buffer, sizeof buffer);
+    setsockopt(sock_.get(), SOL_SOCKET, SO_RCVBUF, &kBuffer, sizeof kBuffer);
+    setsockopt(sock_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kBuffer, sizeof kBuffer);
     timespec none;
     (void)ioctl(sock_.get(), SIOCGSTAMPNS, &none);  // stamps arrivals from now on
     sockaddr_in at{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
@@ -190,24 +212,62 @@ class Collector {
     EXPECT_EQ(0, bind(sock_.get(), reinterpret_cast<sockaddr*>(&at), len));
     EXPECT_EQ(0, getsockname(sock_.get(), reinterpret_cast<sockaddr*>(&at), &len));
     port = std::to_string(ntohs(at.sin_port));
+    reader_ = std::thread([this] { read(); });
   }
+  ~Collector() {
+    ended_ = true;
+    reader_.join();
+  }
+  Collector(Collector&&) = delete;
 
   /// What came since the last call, up to a silence of 0.2 s.
   std::vector<Packet> packets() const {
-    std::vector<Packet> packets;
-    std::string buffer(1 << 16, '\0');
-    for (pollfd ready{sock_.get(), POLLIN, 0}; poll(&ready, 1, 200) > 0;) {
-      const auto len = static_cast<std::size_t>(recv(sock_.get(), buffer.data(), buffer.size(), 0));
-      timespec at;
-      EXPECT_EQ(0, ioctl(sock_.get(), SIOCGSTAMPNS, &at));
-      const auto arrived = static_cast<std::uint64_t>(at.tv_sec * 1'000'000'000 + at.tv_nsec);
-      packets.push_back({arrived, buffer.substr(0, len)});
+    for (std::size_t before = ~0UL; before != count() || is_readable(0); usleep(200'000)) {
+      before = count();
     }
-    return packets;
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return std::exchange(packets_, {});
   }
+
+  /// Bytes, with what the kernel adds to each datagram, that wait without loss.
+  int room() const {
+    int size = 0;
+    socklen_t len = sizeof size;
+    EXPECT_EQ(0, getsockopt(sock_.get(), SOL_SOCKET, SO_RCVBUF, &size, &len));
+    return size;
+  }
+
+  /// The option for a sender of more than fits into an ordinary receive buffer.
+  std::string pace() const { return room() < kBuffer ? "-s:100" : "-s:0"; }
 
   std::string port;
 
  private:
+  bool is_readable(int timeout_ms) const {
+    pollfd ready{sock_.get(), POLLIN, 0};
+    return poll(&ready, 1, timeout_ms) > 0;
+  }
+  std::size_t count() const {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return packets_.size();
+  }
+  void read() {
+    std::string buffer(1 << 16, '\0');
+    while (!ended_) {
+      if (!is_readable(50)) continue;
+      const std::lock_guard<std::mutex> guard(mutex_);
+      const auto len = static_cast<std::size_t>(recv(sock_.get(), buffer.data(), buffer.size(), 0));
+      timespec at;
+      EXPECT_EQ(0, ioctl(sock_.get(), SIOCGSTAMPNS, &at));
+      const auto arrived = static_cast<std::uint64_t>(at.tv_sec * 1'000'000'000 + at.tv_nsec);
+      packets_.push_back({arrived, buffer.substr(0, len)});
+    }
+  }
+
+  static constexpr int kBuffer = 512 << 20;
   Fd sock_{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+  mutable std::mutex mutex_;
+  mutable std::vector<Packet> packets_;
+  std::atomic<bool> ended_{false};
+  std::thread reader_;
 };

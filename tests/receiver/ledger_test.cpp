@@ -1,6 +1,7 @@
 // The ledger, in real files.
-#include "receiver/ledger.h"
+#include "receiver/ledger/ledger.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -13,14 +14,24 @@ struct LedgerTest : testing::Test {
   void TearDown() override { std::filesystem::remove_all(dir); }
   static std::string save(Ledger& to, std::uint64_t id, Outcome outcome, std::size_t missing = 0) {
     TransferRecord record;
-    record.id = id, record.first_packet = -static_cast<double>(id), record.outcome = outcome;
+    record.key.id = id, record.first_packet = -static_cast<double>(id), record.outcome = outcome;
     record.missing.assign(missing, '1');
     return to.save(record);
   }
   static std::string ids(Ledger& from, std::optional<Outcome> outcome = {}) {
     std::string found;
-    for (const TransferRecord& each : from.all(outcome)) found += std::to_string(each.id) + " ";
+    for (const TransferRecord& each : from.all(outcome)) found += std::to_string(each.key.id) + " ";
     return found;
+  }
+  static std::optional<TransferRecord> find(Ledger& in, std::uint64_t id) {
+    TransferRecord record;
+    record.key.id = id;
+    return in.find(record);
+  }
+  static std::string contents(const std::string& path) {
+    std::string text;
+    std::getline(std::ifstream(path), text);
+    return text;
   }
   std::string error, dir = std::filesystem::temp_directory_path() / "ledger_XXXXXX";
   std::string file = std::string(mkdtemp(dir.data())) + "/ledger";
@@ -38,9 +49,25 @@ TEST_F(LedgerTest, IsReadWhileItIsWrittenAndKilledLeavesNoHalfTransaction) {
   save(*writer, 2, Outcome::kDelivered);
   writer->begin();
   save(*writer, 1, Outcome::kDelivered);
-  const bool apart = reader->find(1)->outcome == Outcome::kReceiving && !reader->find(4);
+  const bool apart = find(*reader, 1)->outcome == Outcome::kReceiving && !find(*reader, 4);
   if (!apart || save(*reader, 3, Outcome::kDelivered).empty()) writer->commit();
   (void)raise(SIGKILL);
+}
+
+TEST_F(LedgerTest, IsReadByThoseWhoMayWriteNothing) {
+  save(*Ledger::open(file, error), 1, Outcome::kDelivered);
+  const uid_t own = geteuid();
+  std::filesystem::permissions(file, std::filesystem::perms(0444));
+  std::filesystem::permissions(dir, std::filesystem::perms(0555));
+  ASSERT_EQ(0, seteuid(own == 0 ? 65534 : own));
+  const auto reader = Ledger::open_to_read(file, error);
+  const std::string writer = Ledger::open(file, error) ? "opened" : error;
+  ASSERT_EQ(0, seteuid(own));
+  std::filesystem::permissions(dir, std::filesystem::perms(0755));
+  ASSERT_TRUE(reader) << error;
+  EXPECT_EQ("1 ", ids(*reader));
+  EXPECT_NE("opened", writer);
+  EXPECT_FALSE(std::filesystem::exists(file + "-shm"));
 }
 
 TEST_F(LedgerTest, TellsOfAFullDiskAndGoesOnAfterIt) {
@@ -53,10 +80,85 @@ TEST_F(LedgerTest, TellsOfAFullDiskAndGoesOnAfterIt) {
   ledger->begin();
   for (const std::size_t size : {0U, 1U << 20, 1U << 22})
     save(*ledger, size, Outcome::kIncomplete, size);
-  EXPECT_TRUE(!alone.empty() && !ledger->commit().empty());
+  EXPECT_NE("", alone);
+  EXPECT_NE("", ledger->commit());
   setrlimit(RLIMIT_FSIZE, &limit);
   EXPECT_EQ("", save(*ledger, 1, Outcome::kIncomplete, 1 << 20));
   EXPECT_EQ("1 ", ids(*ledger));
+}
+
+TEST_F(LedgerTest, TakesOverTheTablesOfTheFirstSchemaWholeOrNotAtAll) {
+  sqlite3* old = nullptr;
+  sqlite3_open(file.c_str(), &old);
+  EXPECT_EQ(SQLITE_OK, sqlite3_exec(old, R"(
+CREATE TABLE transfers(
+  id INTEGER PRIMARY KEY, send_time INTEGER NOT NULL, path_crc INTEGER NOT NULL,
+  file_kind INTEGER NOT NULL, udata_size INTEGER NOT NULL, size INTEGER NOT NULL,
+  name NOT NULL, folder NOT NULL, source NOT NULL,
+  first_packet REAL NOT NULL, last_packet REAL NOT NULL,
+  parts INTEGER NOT NULL, received INTEGER NOT NULL, repeated INTEGER NOT NULL,
+  differing INTEGER NOT NULL, received_per_pass TEXT NOT NULL, repeated_per_pass TEXT NOT NULL,
+  missing TEXT NOT NULL, outcome TEXT NOT NULL, why NOT NULL, delivered_to NOT NULL);
+CREATE INDEX transfers_by_time ON transfers(first_packet);
+CREATE INDEX transfers_by_outcome ON transfers(outcome, first_packet);
+CREATE INDEX transfers_by_journal ON transfers(id & 4294967295, send_time & 4294967295, path_crc);
+CREATE TABLE journal(
+  place INTEGER PRIMARY KEY, sent INTEGER NOT NULL, id_low INTEGER NOT NULL,
+  crc INTEGER NOT NULL, path NOT NULL, UNIQUE(sent, id_low, crc, path));
+INSERT INTO transfers VALUES(-1, 9, 204, 0, 1400, 5, 'n', '/a/../b', '1.2.3.4:99', 1.5, 2.5, 1, 1, 0,
+  0, '1', '0,2', '', 'delivered', '', 'in/a/%2E%2E/b/n (1)');
+INSERT INTO transfers VALUES(7, 9, 205, 0, 1400, 1400, 'm', '', 'x', 3.5, 4.5, 2, 1, 0,
+  0, '1', '', '2', 'receiving', '', '');
+INSERT INTO journal VALUES(3, 9, 4294967295, 204, 'p');
+PRAGMA user_version = 1)",
+                                    nullptr, nullptr, nullptr));
+  for (int i = 0; i < 5000; ++i) {
+    const std::string row = "INSERT INTO transfers SELECT 1000 + " + std::to_string(i) +
+                            ", 9, 1, 0, 1400, 0, 'n', '', '', 9, 9, 0, 0, 0, 0, '', '', '', "
+                            "'refused', '', ''";
+    if (i == 0) sqlite3_exec(old, "BEGIN", nullptr, nullptr, nullptr);
+    sqlite3_exec(old, row.c_str(), nullptr, nullptr, nullptr);
+  }
+  sqlite3_exec(old, "COMMIT", nullptr, nullptr, nullptr);
+  sqlite3_close(old);
+  EXPECT_FALSE(Ledger::open_to_read(file, error));
+  rlimit limit{};
+  const rlimit small{1 << 16, RLIM_INFINITY};
+  (void)signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(0, prlimit(0, RLIMIT_FSIZE, &small, &limit));
+  EXPECT_FALSE(Ledger::open(file, error)) << "the disk is full";
+  setrlimit(RLIMIT_FSIZE, &limit);
+  auto ledger = Ledger::open(file, error);
+  ASSERT_TRUE(ledger) << error;
+  ledger.reset();
+  sqlite3_open(file.c_str(), &old);  // the second schema lacked this table
+  sqlite3_exec(old, "DROP TABLE refusals; PRAGMA user_version = 2", nullptr, nullptr, nullptr);
+  sqlite3_close(old);
+  ledger = Ledger::open(file, error);
+  ASSERT_TRUE(ledger) << error;
+  EXPECT_EQ(5002U, ledger->all({}).size());
+  EXPECT_EQ(0U, ledger->refusals().size());
+  EXPECT_EQ("", ledger->read_error());
+  const TransferRecord one = ledger->all(Outcome::kDelivered).at(0);
+  EXPECT_TRUE((one.key == TransferKey{UINT64_MAX, 0x01020304, 99}));
+  EXPECT_EQ("a/%2E%2E/b/n", one.asked_for);
+  EXPECT_EQ("a/%2E%2E/b/n (1)", one.lies_at);
+  EXPECT_EQ(2U, one.repeated_per_pass.size());
+  EXPECT_TRUE(ledger->find(one));
+  EXPECT_TRUE((ledger->owner_of(one.lies_at) == Origin{0x01020304, 204}));
+  EXPECT_EQ(one.lies_at, ledger->place_of(one.asked_for, {0x01020304, 204}));
+  EXPECT_TRUE((ledger->all(Outcome::kReceiving).at(0).key == TransferKey{7, 0, 0}));
+  for (const std::uint32_t sender : {0x01020304U, 5U}) {  // what was there is of any sender
+    EXPECT_EQ("", ledger->add_journal({{9, UINT32_MAX, 204, "p", sender}}));
+  }
+  ASSERT_EQ(1U, ledger->match_journal().size());
+  EXPECT_TRUE(ledger->match_journal()[0].transfer);
+  for (const std::uint32_t sender : {0x01020304U, 5U}) {
+    EXPECT_EQ("", ledger->add_journal({{9, UINT32_MAX, 204, "q", sender}}));
+  }
+  ASSERT_EQ(3U, ledger->match_journal().size());
+  EXPECT_TRUE(ledger->match_journal()[1].transfer);
+  EXPECT_FALSE(ledger->match_journal()[2].transfer) << "of another sender";
 }
 
 TEST_F(LedgerTest, RefusesWhatItCannotUseAndSaysThatADamagedFileGaveLess) {
@@ -66,7 +168,8 @@ TEST_F(LedgerTest, RefusesWhatItCannotUseAndSaysThatADamagedFileGaveLess) {
   sqlite3_close(foreign);
   EXPECT_FALSE(Ledger::open(file + "2", error));
   EXPECT_NE(std::string::npos, error.find("another program's")) << error;
-  EXPECT_FALSE(Ledger::open(dir, error) || Ledger::open_to_read(file, error));
+  EXPECT_FALSE(Ledger::open(dir, error));
+  EXPECT_FALSE(Ledger::open_to_read(file, error));
   for (const std::uint64_t id : {1U, 2U}) save(*Ledger::open(file, error), id, {}, 1 << 16);
   const auto damage = [&](auto at, const std::string& bytes) {
     std::fstream(file, std::ios::in | std::ios::out).seekp(at) << bytes;
@@ -75,7 +178,109 @@ TEST_F(LedgerTest, RefusesWhatItCannotUseAndSaysThatADamagedFileGaveLess) {
   const auto ledger = damage(1 << 16, std::string(1 << 13, 'x'));
   EXPECT_EQ("2 ", ids(*ledger));
   EXPECT_NE("", ledger->read_error());
-  EXPECT_FALSE(damage(60, std::string("\0\0\0\2", 4)) || Ledger::open(file, error));
+  EXPECT_FALSE(damage(60, std::string("\0\0\0\x63", 4)));
+  EXPECT_FALSE(Ledger::open(file, error));
   EXPECT_NE(std::string::npos, error.find("newer version")) << error;
-  EXPECT_FALSE(damage(0, "x") || Ledger::open(file, error));
+  EXPECT_FALSE(damage(0, "x"));
+  EXPECT_FALSE(Ledger::open(file, error));
+}
+
+TEST_F(LedgerTest, IsMadeAnewWithWhatIsKnownWhenItWasDeletedReplacedOrDamaged) {
+  namespace fs = std::filesystem;
+  const auto ledger = Ledger::open(file, error);
+  for (std::uint64_t id = 1; id <= 300; ++id) save(*ledger, id, Outcome::kDelivered, 1 << 12);
+  EXPECT_EQ("", ledger->count_refusals({{"a", 1}, {"b", 2}}, 1));
+  EXPECT_EQ("", ledger->count_refusals({{"a", 3}}, 2));
+  EXPECT_EQ("", ledger->add_journal({{9, 1, 2, "p", 0}}));
+  EXPECT_EQ("", ledger->mend());
+  const auto holds_all = [&](const char* what) {
+    EXPECT_NE(std::string::npos, ledger->mend().find("made anew; it holds 300 records")) << what;
+    EXPECT_EQ("", ledger->mend()) << what;
+    EXPECT_EQ("", save(*ledger, 300, Outcome::kDelivered));
+    const auto reader = Ledger::open_to_read(file, error);
+    ASSERT_TRUE(reader) << what << error;
+    EXPECT_EQ(300U, reader->all({}).size()) << what;
+    EXPECT_EQ((Refusals{{"a", 4}, {"b", 2}}), reader->refusals()) << what;
+    EXPECT_EQ(1U, reader->match_journal().size()) << what;
+  };
+  fs::remove(file), std::ofstream(file + ".anew") << "half of one: a run was killed";
+  holds_all("deleted");
+  for (const char* beside : {"", "-wal", "-shm"}) fs::remove(file + beside);
+  holds_all("deleted with all beside it");
+  std::ofstream(file + "2") << "no ledger";
+  fs::rename(file + "2", file);
+  holds_all("replaced");
+  sqlite3* other = nullptr;  // all is in the file then, nothing beside it
+  sqlite3_open(file.c_str(), &other);
+  sqlite3_exec(other, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr);
+  sqlite3_close(other);
+  std::fstream(file, std::ios::in | std::ios::out).seekp(1 << 18) << std::string(1 << 15, 'x');
+  EXPECT_EQ("", ledger->mend()) << "nobody has read it";
+  for (std::uint64_t id = 1; id <= 300; ++id) find(*ledger, id);
+  EXPECT_NE(std::string::npos, ledger->mend().find("is damaged and was made anew"));
+  EXPECT_LT(250U, ledger->all({}).size());
+  EXPECT_EQ("", ledger->read_error());
+  sqlite3_open(file.c_str(), &other);
+  sqlite3_exec(other, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr);
+  sqlite3_close(other);
+  fs::copy(file, file + "3.anew");  // as after a kill when the damaged one was set aside
+  std::ofstream(file + "3-wal") << "of the damaged one";
+  EXPECT_LT(250U, Ledger::open(file + "3", error)->all({}).size()) << error;
+  EXPECT_EQ("of the damaged one", contents(file + "3.damaged-wal"));
+  std::ofstream(file + "4.anew-wal"), fs::copy(file, file + "4.anew");
+  EXPECT_EQ(0U, Ledger::open(file + "4", error)->all({}).size()) << "is not whole";
+  fs::resize_file(file, 0);
+  fs::create_directory(file + ".anew");
+  EXPECT_NE(std::string::npos, ledger->mend().find("can't be made anew"));
+  fs::remove(file + ".anew");
+  for (int call = 0; call < 30; ++call) EXPECT_EQ("", ledger->mend()) << "not each time";
+  EXPECT_NE(std::string::npos, ledger->mend().find("is damaged and was made anew"));
+  EXPECT_EQ("", save(*ledger, 1, Outcome::kDelivered));
+  EXPECT_TRUE(find(*Ledger::open_to_read(file, error), 1));
+}
+
+struct flock refused_unlock {};
+
+int refuse_one_unlock(int fd, int command, void* what) {
+  auto* const lock = static_cast<struct flock*>(what);
+  const bool is_unlock = command == F_SETLK && lock->l_type == F_UNLCK;
+  if (is_unlock && refused_unlock.l_len != 0 && lock->l_start == refused_unlock.l_start) {
+    refused_unlock.l_len = 0;
+    errno = EIO;
+    return -1;
+  }
+  return fcntl(fd, command, what);
+}
+
+TEST_F(LedgerTest, IsOpenedAgainWhenTheSystemKeptALock) {
+  sqlite3_vfs* const vfs = sqlite3_vfs_find(nullptr);
+  vfs->xSetSystemCall(vfs, "fcntl", reinterpret_cast<sqlite3_syscall_ptr>(refuse_one_unlock));
+  const auto ledger = Ledger::open(file, error);
+  EXPECT_EQ("", save(*ledger, 1, Outcome::kDelivered));
+  refused_unlock.l_start = 124;  // WAL_READ_LOCK(1): https://sqlite.org/walformat.html
+  refused_unlock.l_len = 1;
+  find(*ledger, 1);
+  EXPECT_NE("", save(*ledger, 2, Outcome::kDelivered));
+  EXPECT_EQ(0, refused_unlock.l_len);
+  EXPECT_NE(std::string::npos, ledger->mend().find("was opened again"));
+  EXPECT_EQ("", save(*ledger, 2, Outcome::kDelivered));
+  EXPECT_EQ("2 1 ", ids(*Ledger::open_to_read(file, error)));
+  EXPECT_EQ("", ledger->mend());
+  vfs->xSetSystemCall(vfs, "fcntl", nullptr);
+}
+
+TEST_F(LedgerTest, PrunesWhatIsOldButNotWhatIsOnItsWay) {
+  const auto ledger = Ledger::open(file, error);
+  TransferRecord record;
+  for (std::uint64_t id = 1; id <= 6; ++id) {
+    record.key.id = id, record.first_packet = 100, record.last_packet = id < 5 ? 200 : 300;
+    record.outcome = id == 1 ? Outcome::kReceiving : Outcome::kDelivered;
+    EXPECT_EQ("", ledger->save(record));
+  }
+  EXPECT_EQ("", ledger->add_journal({{200, 1, 2, "p", 0}, {300, 1, 2, "p", 0}}));
+  EXPECT_EQ(3U, ledger->prune(250, 2));
+  EXPECT_EQ(1U, ledger->prune(250, 2));
+  EXPECT_EQ(0U, ledger->prune(250, 2));
+  EXPECT_EQ("1 5 6 ", ids(*ledger));
+  EXPECT_EQ(1U, ledger->match_journal().size());
 }

@@ -1,4 +1,4 @@
-#include "receiver/names.h"
+#include "receiver/base/names.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // receiver/ranges, against a set that holds every number by itself.
-#include "receiver/ranges.h"
+#include "receiver/base/ranges.h"
 
 #include <gtest/gtest.h>
 
@@ -19,7 +19,8 @@ TEST(RangesTest, AgreesWithASetUnderRandomRemovals) {
       ASSERT_EQ(removed, ranges.remove(first, last));
       for (std::uint64_t n = 0; n < 24; ++n) ASSERT_EQ(set.count(n) == 1, ranges.contains(n)) << n;
       const Ranges again = Ranges::parse(ranges.text()).value();
-      ASSERT_TRUE(again.all() == ranges.all() && again.count() + ranges.count() == 2 * set.size());
+      ASSERT_EQ(ranges.all(), again.all());
+      ASSERT_EQ(2 * set.size(), again.count() + ranges.count());
     }
   }
 }

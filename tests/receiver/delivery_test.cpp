@@ -1,0 +1,267 @@
+// Where files are delivered, and what becomes of those that can't be.
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <functional>
+#include <optional>
+
+#include "harness.h"
+
+/// What the system says is free, while it is set.
+static std::optional<std::uint64_t> free_bytes;
+
+extern "C" int fstatvfs(int fd, struct statvfs* disk) noexcept {
+  struct statfs info {};
+  if (fstatfs(fd, &info) != 0) return -1;
+  *disk = {};
+  disk->f_frsize = free_bytes ? 1 : static_cast<unsigned long>(info.f_frsize);
+  disk->f_bavail = free_bytes.value_or(info.f_bavail);
+  return 0;
+}
+
+TEST_F(Receive, NeverReplacesWhatAnotherPathBrought) {
+  std::uint64_t id = 0;
+  const auto arrives_as = [&](const std::string& path, const std::string& bytes,
+                              const char* address = "127.0.0.1") {
+    File file{++id, "F.txt", bytes, "d"};
+    file.path = path;
+    feed(file.pass(), address, static_cast<std::uint16_t>(id));
+    const TransferRecord record = *find(id);
+    EXPECT_EQ(bytes, contents(into / record.lies_at)) << path;
+    return fs::path(record.lies_at).filename().string() + (record.collided ? " collided" : "");
+  };
+  start();
+  fs::create_directories(into / "d"), std::ofstream(into / "d/F.txt") << "in no ledger";
+  EXPECT_EQ("F.txt", arrives_as("/one", "1"));
+  EXPECT_EQ("F (1).txt collided", arrives_as("/two", "2"));
+  EXPECT_EQ("F (2).txt collided", arrives_as("/one", "other sender", "127.0.0.2"));
+  for (const bool anew : {false, true}) {
+    EXPECT_EQ("F.txt", arrives_as("/one", "1 again"));
+    EXPECT_EQ("F (1).txt collided", arrives_as("/two", "2 again"));
+    EXPECT_EQ("F (2).txt collided", arrives_as("/one", "again", "127.0.0.2"));
+    if (!anew) start();
+  }
+  EXPECT_EQ("1 again2 againagain", contents(into / "d/F.txt") + contents(into / "d/F (1).txt") +
+                                       contents(into / "d/F (2).txt"));
+  EXPECT_TRUE(metric_is("name_collisions_total 2"));
+  fs::remove(into / "d/F (1).txt");
+  EXPECT_EQ("F (1).txt collided", arrives_as("/two", "moved away"));
+  fs::remove(into / "d/F.txt");
+  EXPECT_EQ("F.txt", arrives_as("/three", "3"));
+  EXPECT_EQ("F (3).txt collided", arrives_as("/one", "its name went to another"));
+  std::ofstream(into / "d/F (4).txt") << "in no ledger";
+  EXPECT_EQ("F (5).txt collided", arrives_as("/four", "4"));
+  EXPECT_EQ("in no ledger", contents(into / "d/F (4).txt"));
+  fs::remove(into / "d/F.txt"), fs::create_directory(into / "d/F.txt");
+  EXPECT_EQ("F (6).txt collided", arrives_as("/three", "a folder has the name"));
+  start({"--keep-existing"});
+  EXPECT_EQ("F (7).txt", arrives_as("/three", "kept"));
+  std::ostringstream report;
+  EXPECT_EQ(0U, print_report(*ledger, {}, report));
+  EXPECT_NE(std::string::npos, report.str().find("; 10 names collided"));
+}
+
+TEST_F(Receive, OnlySoManyWholeFilesWaitAndNoHeaderPacketCostsOne) {
+  start({"--max-transfers", "2"});
+  const File first{1, "a", "first"}, second{2, "a", "second"}, third{3, "b", "third"};
+  File other = first;
+  other.name = "other";
+  move_error = EACCES;
+  feed(first.pass()), feed(second.pass()), feed(third.pass()), feed(other.pass());
+  EXPECT_EQ("too many whole files wait for the disk (--max-transfers) ", told("refused", "why"));
+  pass_time(6);
+  EXPECT_EQ("a", find(1)->asked_for);
+  EXPECT_EQ("a", find(1)->lies_at) << "what the next start needs if a kill follows the move";
+  move_error = 0;
+  EXPECT_TRUE(metric_is("waiting_files 2"));
+  pass_time(4);
+  EXPECT_EQ("", told("delivered", "path")) << "it is not tried all the time";
+  pass_time(2), pass_time(6);
+  EXPECT_EQ("a a ", told("delivered", "path"));
+  EXPECT_EQ("second", contents(into / "a"));
+  EXPECT_EQ("", told("incomplete", "path"));
+  feed(third.pass());
+  EXPECT_EQ("third", contents(into / "b"));
+}
+
+TEST_F(Receive, WhatCanNotBeKeptStaysAndIsWarnedOfOnce) {
+  const File file{1, "f", random_bytes(2000, 1)};
+  start();
+  feed({file.header(), file.part(1)});
+  move_error = EACCES;
+  pass_time(61), pass_time(6), pass_time(6);
+  const std::string told_so_far = told("warning", "text"), text = "can't keep an incomplete file";
+  EXPECT_NE(std::string::npos, told_so_far.find(text));
+  EXPECT_EQ(told_so_far.find(text), told_so_far.rfind(text));
+  EXPECT_EQ("", told("incomplete", "path"));
+  move_error = 0;
+  pass_time(6);
+  EXPECT_EQ("f ", told("incomplete", "path"));
+}
+
+TEST_F(Receive, BeginsAnewOnlyWhenTheLedgerKnowsThatTheOldAttemptIsOver) {
+  start();
+  const File file{7, "f", random_bytes(2000, 1)};
+  feed({file.header(), file.part(1)}), pass_time(2);
+  const TransferRecord growing = *find(7);
+  pass_time(61);
+  EXPECT_EQ("", ledger->save(growing));  // as if that had never been recorded
+  sqlite3* other = nullptr;
+  sqlite3_open((hidden / "ledger.sqlite").c_str(), &other);
+  ASSERT_EQ(SQLITE_OK, sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr));
+  feed({file.header()});
+  EXPECT_TRUE(metric_is("open_transfers 0"));
+  sqlite3_close(other);
+  feed({file.header()});
+  EXPECT_EQ("1-2", find(7)->missing);
+  EXPECT_TRUE(metric_is("open_transfers 1"));
+}
+
+TEST_F(Receive, NumbersAFolderThatHasAFilesName) {
+  start();
+  feed(File{1, "Stra", "a file"}.pass());
+  feed(File{2, "x", "1", "Stra/sub"}.pass()), start(), feed(File{3, "y", "2", "Stra/sub"}.pass());
+  feed(File{4, "x", "1 again", "Stra/sub"}.pass());
+  EXPECT_EQ("a file", contents(into / "Stra"));
+  EXPECT_EQ("1 again", contents(into / "Stra (1)/sub/x"));
+  EXPECT_EQ("2", contents(into / "Stra (1)/sub/y"));
+  EXPECT_TRUE(find(3)->collided);
+  EXPECT_EQ("Stra/sub/y", find(3)->asked_for);
+  EXPECT_EQ(1, std::distance(fs::directory_iterator(into / "Stra (1)"), {}));
+}
+
+TEST_F(Receive, NoDiskOrDescriptorForAWhileCostsNoFileThatComesAgain) {
+  const File big{1, "big", random_bytes(2'000'000, 1)}, small{2, "small", random_bytes(99'000, 2)};
+  Strings backwards = big.pass(0);  // each part is written by itself
+  std::reverse(backwards.begin(), backwards.end());
+  const auto receive_both = [&](const std::function<void(bool)>& fill) {
+    start();
+    feed({big.header(), small.header(), small.part(9)});
+    fill(true), feed(backwards), pass_time(2), fill(false);
+    feed(small.pass());
+    EXPECT_FALSE(fs::exists(into / "big"));
+    EXPECT_NE(std::string::npos, told("warning", "text").find("parts could not be written"));
+    feed(big.pass());
+    EXPECT_TRUE(small.bytes == contents(into / "small"));
+    EXPECT_TRUE(big.bytes == contents(into / "big"));
+    EXPECT_EQ("small big ", told("delivered", "path"));
+    (void)console(), shown.clear();
+  };
+  signal(SIGXFSZ, SIG_IGN);
+  receive_both([](bool full) {
+    const rlimit limit{full ? 1 << 20 : RLIM_INFINITY, RLIM_INFINITY};
+    EXPECT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
+  });
+  EXPECT_GT(big.parts(), find(1)->received_per_pass[1]) << "what had been written is used";
+  stop(), fs::remove_all(into);
+  receive_both([this](bool full) {
+    const rlimit limit{full ? 3U : 1024U, 1024};
+    receiver->tick(now, now, {});
+    EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    if (full) store->parts().close({1, 0x7F000001, 0}), store->parts().close({2, 0x7F000001, 0});
+  });
+  const File late{4, "late", random_bytes(2'800'000, 2)};
+  free_bytes = late.bytes.size() - 1;
+  feed({late.header(), late.header()});
+  EXPECT_EQ("not enough free disk space ", told("refused", "why"));
+  free_bytes.reset();
+  feed(late.pass());
+  EXPECT_TRUE(late.bytes == contents(into / "late"));
+  EXPECT_TRUE(metric_is("files_total{outcome=\"refused\"} 1"));
+}
+
+TEST_F(Receive, AWholeFileThatCanNotBeDeliveredWaitsAndIsDeliveredInOrder) {
+  start();
+  fs::create_directories(into / "d"), stop();
+  struct stat locked {};
+  ASSERT_EQ(0, stat((into / "d").c_str(), &locked));
+  read_only_folder = locked.st_ino;
+  start();
+  const File first{1, "f", "first", "d"}, second{2, "f", "second", "d"}, none{3, "e", "", "d"};
+  for (int pass = 0; pass < 3; ++pass) {
+    feed(first.pass()), feed(second.pass()), feed(none.pass()), pass_time(100);
+  }
+  feed(File{4, "g", "other"}.pass());
+  EXPECT_EQ("g ", told("delivered", "path"));
+  EXPECT_EQ("", told("incomplete", "path"));
+  EXPECT_TRUE(metric_is("waiting_files 3"));
+  EXPECT_EQ(Outcome::kWaiting, find(1)->outcome);
+  start();
+  EXPECT_EQ(3U, ledger->all(Outcome::kWaiting).size());
+  read_only_folder.reset();
+  if (std::ofstream(hidden / "boot_id") << "another\n") start();
+  EXPECT_EQ("g d/f d/f d/e ", told("delivered", "path"));
+  EXPECT_EQ("second", contents(into / "d/f"));
+  EXPECT_TRUE(fs::exists(into / "d/e"));
+  EXPECT_TRUE(metric_is("waiting_files 0"));
+}
+
+TEST_F(Receive, WaitsForNoLedger) {
+  start();
+  feed(File{1, "f", "first"}.pass()), feed(File{2, "half", random_bytes(2000, 1)}.pass(1, 2));
+  pass_time(2);
+  sqlite3* other = nullptr;
+  sqlite3_open((hidden / "ledger.sqlite").c_str(), &other);
+  ASSERT_EQ(SQLITE_OK, sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr));
+  File stranger{3, "f", "stranger"};
+  stranger.path = "/other";
+  feed(stranger.pass()), feed(File{4, "f", "first again"}.pass());
+  stranger.id = 5, stranger.bytes = "stranger again";
+  feed(stranger.pass()), feed(stranger.pass());
+  feed(File{6, "j", stranger.journal_line(), "", 1400, 1}.pass());
+  pass_time(61), feed(File{2, "half", random_bytes(2000, 1)}.pass(1, 1, 1));
+  EXPECT_EQ(1U, ledger->all(Outcome::kDelivered).size());
+  EXPECT_EQ("f f f f ", told("delivered", "path"));
+  EXPECT_EQ("first again", contents(into / "f"));
+  EXPECT_EQ("stranger again", contents(into / "f (1)"));
+  EXPECT_TRUE(fs::is_empty(hidden / "parts") || metric_is("waiting_files 1"));
+  sqlite3_close(other);
+  pass_time(6);
+  EXPECT_EQ(5U, ledger->all(Outcome::kDelivered).size());
+  EXPECT_EQ(1U, ledger->match_journal().size());
+  EXPECT_EQ("half", ledger->all(Outcome::kIncomplete).at(0).name);
+  EXPECT_TRUE(metric_is("waiting_records 0"));
+}
+
+TEST_F(Receive, CountsEachRefusalAndMakesALostLedgerAnew) {
+  start({"--max-file-size", "2000"});
+  const std::string large(2001, 'x');
+  for (std::uint64_t id = 2; id <= 201; ++id) {
+    feed({File{id, "f", large}.header(), File{id, "f", large}.header()});
+    if (id == 101) pass_time(0.5);
+  }
+  feed(File{1, "open", large.substr(1)}.pass(1, 2));
+  for (const int anew : {0, 1}) {
+    if (anew == 1) fs::remove(hidden / "ledger.sqlite");
+    receiver->end({});
+    const auto reader = Ledger::open_to_read(hidden / "ledger.sqlite", error);
+    ASSERT_TRUE(reader) << error;
+    EXPECT_EQ(30U, reader->all(Outcome::kRefused).size());
+    EXPECT_EQ(1U, reader->all(Outcome::kReceiving).size());
+    std::ostringstream report;
+    print_report(*reader, {}, report);
+    EXPECT_NE(std::string::npos, report.str().find("200 turned away, with a record or without:\n"
+                                                   "    200  larger than --max-file-size\n"))
+        << report.str();
+  }
+  EXPECT_NE(std::string::npos, told("warning", "text").find("was made anew; it holds 31 records"));
+}
+
+TEST_F(Receive, SavesAnOutcomeOnceTheLedgerHasRoomAgain) {
+  start();
+  rlimit limit{};
+  const rlimit small{100, RLIM_INFINITY};
+  (void)signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(0, prlimit(0, RLIMIT_FSIZE, &small, &limit));
+  feed(File{5, "f", "small"}.pass());
+  setrlimit(RLIMIT_FSIZE, &limit);
+  EXPECT_EQ("f ", told("delivered", "path"));
+  EXPECT_FALSE(find(5));
+  receiver->end({});
+  EXPECT_EQ(Outcome::kDelivered, find(5)->outcome);
+}

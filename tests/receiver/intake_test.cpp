@@ -1,0 +1,107 @@
+// Datagrams in memory: their order, their bound and what goes when it is reached.
+#include "receiver/take/intake.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::size_t kSize = 1000;
+const std::size_t kCost = Taken{nullptr, kSize, kSize, {}, {}, {}}.cost();
+
+Taken piece(std::uint64_t id, std::size_t mark = 0) {
+  Taken taken{std::make_unique<unsigned char[]>(kSize), kSize, kSize, {id, 0, 0}, {}, {}};
+  taken.bytes[0] = static_cast<unsigned char>(mark);
+  return taken;
+}
+
+/// The ids that wait, in order; their memory stays in use.
+std::string pop_ids(Backlog& backlog, std::size_t bytes = 1 << 20) {
+  std::string ids;
+  for (const Taken& taken : backlog.pop(bytes)) ids += std::to_string(taken.key.id) + " ";
+  return ids;
+}
+
+TEST(Backlog, DropsWholeTransfersThoseThatBeganLastFirst) {
+  Backlog backlog(6 * kCost);
+  for (const std::uint64_t id : {1U, 2U, 1U, 3U, 2U, 3U}) backlog.push(piece(id));
+  EXPECT_EQ(0U, backlog.dropped_datagrams());
+  backlog.push(piece(1));  // one too many: 3 goes, all of it
+  EXPECT_EQ(2U, backlog.dropped_datagrams());
+  backlog.push(piece(3));  // is not taken by halves
+  EXPECT_EQ(3U, backlog.dropped_datagrams());
+  EXPECT_EQ(1U, backlog.dropped_transfers());
+  backlog.push(piece(4));
+  backlog.push(piece(5));  // the newest is the one that has just come
+  EXPECT_EQ(2U, backlog.dropped_transfers());
+  EXPECT_EQ(6 * kCost, backlog.bytes());
+  EXPECT_EQ("1 2 1 2 1 4 ", pop_ids(backlog));
+  EXPECT_TRUE(backlog.empty());
+  backlog.push(piece(6));  // the consumer still holds all of it
+  EXPECT_EQ(5U, backlog.dropped_datagrams());
+  backlog.give_back(3 * kCost);
+  for (const std::uint64_t id : {3U, 6U}) backlog.push(piece(id));  // half is free: a later pass
+  EXPECT_EQ("3 6 ", pop_ids(backlog));
+}
+
+TEST(Backlog, KeepsAnOldTransferThatCameBackBeforeANewOne) {
+  Backlog backlog(2 * kCost);
+  backlog.push(piece(1));
+  backlog.push(piece(2));
+  EXPECT_EQ("1 ", pop_ids(backlog, 1));
+  backlog.give_back(kCost);
+  backlog.push(piece(3));
+  backlog.push(piece(1));  // the second pass of the first file
+  EXPECT_EQ("2 1 ", pop_ids(backlog));
+}
+
+/// A line of many short transfers that nobody takes: the newest goes each time, and
+/// that must not cost a look through all that waits.
+TEST(Backlog, IsQuickWhenItIsFull) {
+  Backlog backlog(100'000 * kCost);
+  for (std::uint64_t id = 1; id <= 300'000; ++id) backlog.push(piece(id));
+  EXPECT_EQ(200'000U, backlog.dropped_transfers());
+}
+
+TEST(Intake, LosesNothingWhileNobodyFetchesAndKeepsTheOrder) {
+  sockaddr_in at{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+  socklen_t length = sizeof at;
+  std::vector<UdpSocket> sockets;
+  for (int i = 0; i < 2; ++i) sockets.emplace_back(at);
+  Intake intake(sockets, 64 << 20, false);
+  constexpr std::uint64_t kDatagrams = 6'000;  // more than an ordinary receive buffer holds
+  std::uint64_t sent[2]{};
+  const Fd sender(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  for (std::uint64_t i = 0; i < kDatagrams; ++i) {
+    ASSERT_EQ(0, getsockname(sockets[i % 2].fd(), reinterpret_cast<sockaddr*>(&at), &length));
+    unsigned char datagram[1400] = {static_cast<unsigned char>(i % 2 + 1)};
+    std::memcpy(datagram + 8, &sent[i % 2], sizeof sent[0]);
+    ASSERT_EQ(1400, sendto(sender.get(), datagram, sizeof datagram, 0,
+                           reinterpret_cast<sockaddr*>(&at), length));
+    ++sent[i % 2];
+    if (i % 64 == 0) usleep(2000);  // for the thread to run on a busy machine
+  }
+  intake.finish();
+  std::uint64_t got[3]{};
+  for (;;) {
+    const Intake::Batch batch = intake.next(0ms);
+    if (batch.empty()) break;
+    for (const Taken& taken : batch) {
+      for (std::size_t from = 0; from < taken.size; from += taken.segment) {
+        std::uint64_t number = 0;
+        std::memcpy(&number, taken.bytes.get() + from + 8, sizeof number);
+        ASSERT_EQ(got[taken.key.id]++, number);
+      }
+    }
+  }
+  EXPECT_EQ(kDatagrams, got[1] + got[2]);
+  EXPECT_EQ(0U, intake.counts().kernel_drops);
+  EXPECT_EQ(0U, intake.counts().memory);
+}
+
+}  // namespace
