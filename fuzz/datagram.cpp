@@ -1,33 +1,34 @@
-// Datagrams, each behind two bytes with its length, through a receiver of their own.
-#include <cstdlib>
-#include <filesystem>
-#include <iostream>
+// One datagram. What is read is laid out again alike.
+#include "receiver/take/datagram.h"
 
-#include "receiver/receiver.h"
+#include "fuzz/target.h"
+#include "wire/wire_format.h"
+
+namespace {
+
+void check_part(const DataPacket& part, const std::uint8_t* data, std::size_t size) {
+  check(part.part_no > 0 && part.len > 0);
+  check(part.data == data + kHeaderSize && part.len == size - kHeaderSize);
+}
+
+void check_header(const HeaderPacket& header, const std::uint8_t* data, std::size_t size) {
+  check(header.size <= INT64_MAX);
+  check(header.udata_size >= kMinUdataSize && header.udata_size <= kMaxUdataSize);
+  const std::uint64_t parts = part_count(header.size, header.udata_size);
+  check(parts == 0 || (parts - 1) * part_size(header.udata_size) < header.size);
+  const std::string names = text_of(data + kNamesAt, size - kNamesAt);
+  std::string again = header.name + '\0';
+  if (names != again + '\0') again += header.folder + '\0';
+  if (header.file_kind == kKindSeal) again += header.record + '\0';
+  check(names == again + '\0');
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::string error, made = std::filesystem::temp_directory_path() / "fuzz_XXXXXX";
-  const std::filesystem::path root = mkdtemp(made.data());
-  Options options;
-  options.store.into = root / "in";
-  options.store.sync = false;
-  options.charset = "UTF-8";
-  options.max_transfers = 4;
-  Store store(options.store);
-  const auto ledger = Ledger::open(store.hidden_path() + "/ledger.sqlite", error);
-  std::cout.rdbuf(nullptr);
-  Events events(true);
-  Receiver receiver(options, store, *ledger, events);
-  std::vector<std::vector<unsigned char>> datagrams;  // by itself, each: its end is known
-  while (size > 2) {
-    const std::size_t length = std::min<std::size_t>(size - 2, data[0] + 256U * data[1]);
-    datagrams.emplace_back(data + 2, data + 2 + length);
-    receiver.take(datagrams.back().data(), length, {});
-    data += 2 + length, size -= 2 + length;
-  }
-  receiver.end_batch();
-  receiver.end(0);
-  if (std::distance(std::filesystem::directory_iterator(root), {}) != 1) std::abort();
-  std::filesystem::remove_all(root);
+  const Datagram datagram = parse_datagram(data, size);
+  if (const auto* part = std::get_if<DataPacket>(&datagram)) check_part(*part, data, size);
+  if (const auto* header = std::get_if<HeaderPacket>(&datagram)) check_header(*header, data, size);
+  if (std::get_if<ServicePacket>(&datagram) != nullptr) check(size == kServicePacketSize);
   return 0;
 }

@@ -1,11 +1,9 @@
 // Hands each file that is named to the fuzz target, as libFuzzer's own main does.
-#include <cstdint>
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+#include "fuzz/target.h"
 
 int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
