@@ -11,7 +11,7 @@
 #include "bench/report.h"
 #include "bench/tables.h"
 #include "bench/transmitter.h"
-#include "send/wire_format.h"
+#include "wire/wire_format.h"
 
 namespace {
 
@@ -89,13 +89,14 @@ void run_tarnwick(Pair& pair, const Load& load, const char* sync) {
   if (*sync != '\0') command.emplace_back(sync);
   fs::create_directory(work.path("in"));
   Child receiver(command, Child::Output::kRead);
-  if (receiver.read_line(kPatience).rfind("listening", 0) != 0) fail("the receiver does not start");
+  if (receiver.read_line(kPatience).find(" listening") == std::string::npos)
+    fail("the receiver does not start");
   Transmitter transmitter(load.datagram, 0, port);
   const double begin = now() + kAfterHeader;
   transmitter.send(load.file);
   const std::string said = receiver.read_line(kPatience);
   const double seconds = now() - begin;
-  const bool delivered = said.rfind("delivered", 0) == 0;
+  const bool delivered = said.find(" delivered ") != std::string::npos;
   pair.mbytes.add(delivered ? static_cast<double>(load.bytes) / 1e6 / seconds : 0);
   if (!delivered) receiver.ask_to_end();
   receiver.finish();

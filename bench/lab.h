@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "softlib/owners.h"
+#include "ground/owners.h"
 
 namespace fs = std::filesystem;
 
@@ -90,7 +90,7 @@ class Child {
 
   bool is_running();
 
-  /// Waits for its end; gives all that it wrote.
+  /// Waits for its end; returns all that it wrote.
   std::string finish();
 
   /// Its exit status; -1 while it runs, or if a signal ended it.

@@ -1,5 +1,5 @@
 // The open-file test, on a file that nobody holds.
-#include "scan/open_files.h"
+#include "softlib/open_files.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -11,7 +11,7 @@
 #include "bench/report.h"
 #include "bench/tables.h"
 #include "bench/transmitter.h"
-#include "send/wire_format.h"
+#include "wire/wire_format.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "bench/tables.h"
 #include "bench/transmitter.h"
 #include "send/segments.h"
-#include "send/wire_format.h"
+#include "wire/wire_format.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include "bench/report.h"
 #include "bench/tables.h"
 #include "bench/transmitter.h"
-#include "scan/open_files.h"
 #include "scan/walk.h"
+#include "softlib/open_files.h"
 #include "softlib/pause.h"
 #include "state/scan_folder.h"
 

@@ -11,8 +11,8 @@
 #include "bench/lab.h"
 #include "send/send_file.h"
 #include "send/socket.h"
-#include "send/wire_format.h"
 #include "state/settings.h"
+#include "wire/wire_format.h"
 
 namespace {
 
