@@ -14,7 +14,7 @@ install_packages() {
   [ ${#missing[@]} -gt 0 ] || return 0
   local as_root=()
   if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo >/dev/null || die "Missing: ${missing[*]}. Install them as root, or install sudo."
+    command -v sudo >/dev/null || die "Packages are missing, run as root: apt-get install ${missing[*]}"
     as_root=(sudo)
   fi
   say "Installing ${missing[*]}"
@@ -23,23 +23,38 @@ install_packages() {
     apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# Ends with an explanation if the sender $1 can't do here what it must: it is
-# run on an empty folder, since only the kernel knows for sure.
-check_privileges() {
-  local trial said
+# Runs a function of the calling script where it can write folder $1 only, see
+# scripts/confine. It knows all functions, but only the variables that are exported. After
+# --strict it runs confined or not at all.
+confined() {
+  local strict=()
+  [ "$1" != --strict ] || { strict=("$1"); shift; }
+  local folder=$1
+  shift
+  # shellcheck disable=SC2046 # names of functions hold no blanks
+  export -f $(compgen -A function)
+  "$top/scripts/confine" "${strict[@]}" "$folder" bash -euo pipefail -c '"$@"' "$0" "$@"
+}
+
+# What the sender $1 writes when it is run on an empty folder without the options
+# that need no privilege: only the kernel knows for sure what it may do here.
+try_sender() {
+  local trial
   trial=$(mktemp -d)
   mkdir "$trial/scan_dir"
-  said=$(cd "$trial" && exec -a "$trial/tarnwick-trial-$$" "$1" -v:1 -c:0 <<<'' 2>&1) || true
+  (cd "$trial" && exec -a "$trial/tarnwick-trial-$$" "$1" -v:1 -c:0 <<<'' 2>&1) || true
   rm -rf "$trial" "/var/run/tarnwick-trial-$$.lock" # stays after a failure, stale
-  case $said in
+}
+
+# Says which privileges the sender $1 lacks here; status 1 if it lacks any.
+check_privileges() {
+  case $(try_sender "$1") in
     *'Error in setsockopt(SO_SNDBUF)'*)
-      say "The network administration privilege (CAP_NET_ADMIN) is missing: the sender forces a"
-      say "16 MiB send buffer with it." ;;
+      say "The network administration privilege (CAP_NET_ADMIN) is missing, with which the sender"
+      say "forces a 16 MiB send buffer." ;;
     *'openclose: Cannot open file'*)
       say "The right to create a lock file under /var/run/ is missing." ;;
     *) return 0 ;;
   esac
-  say "Run this as root (sudo $0), or give the program what it needs:"
-  say "  sudo setcap cap_net_admin,cap_dac_override+ep $1"
   return 1
 }
