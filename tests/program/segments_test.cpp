@@ -1,9 +1,7 @@
 // Many datagrams with one call, or each with its own: nobody can tell what came.
 #include <net/if.h>
-#include <sched.h>
 #include <sys/ioctl.h>
 
-#include <cstring>
 #include <set>
 
 #include "support.h"
@@ -20,8 +18,8 @@ std::vector<Packet> send_all(const TempDir& home, const std::string& datagram) {
     }
   }
   const Collector net;
-  Program program(home, {"-v:0", "-f:in", "-c:0", "-q:30", "-u:1", "-a:cp1251", "-t:" + datagram,
-                         "-p:" + net.port});
+  Program program(home, {"-v:0", "-s:0", "-f:in", "-c:0", "-q:30", "-u:1", "-a:cp1251",
+                         "-t:" + datagram, "-p:" + net.port});
   EXPECT_EQ(0, program.wait());
   EXPECT_TRUE(fs::is_empty(home.path("in")));
   fs::remove(home.path("in"));
@@ -46,6 +44,7 @@ std::size_t joined(const std::vector<Packet>& packets) {
   return packets.size() - stamps.size();
 }
 
+/// The same with a call for each datagram.
 std::vector<Packet> send_all_plainly(const TempDir& home, const std::string& datagram) {
   setenv("TARNWICK_PLAIN_SENDS", "1", 1);
   const auto packets = send_all(home, datagram);
@@ -56,26 +55,24 @@ std::vector<Packet> send_all_plainly(const TempDir& home, const std::string& dat
 /// Moves this process to a network of its own, with frames of `mtu` bytes.
 bool enter_network(int mtu) {
   if (!enter_own_network()) return false;
-  const int any = socket(AF_INET, SOCK_DGRAM, 0);
-  ifreq lo{};
-  std::strcpy(lo.ifr_name, "lo");
+  const Fd any(socket(AF_INET, SOCK_DGRAM, 0));
+  ifreq lo{"lo", {}};
   lo.ifr_mtu = mtu;
-  const bool set = ioctl(any, SIOCSIFMTU, &lo) == 0;
+  if (ioctl(any.get(), SIOCSIFMTU, &lo) != 0) return false;
   lo.ifr_flags = IFF_UP;
-  const bool up = ioctl(any, SIOCSIFFLAGS, &lo) == 0;
-  close(any);
-  return set && up;
+  return ioctl(any.get(), SIOCSIFFLAGS, &lo) == 0;
 }
 
-/// Why what send_all() sends, unpaced, can't be taken in here; "" if it can.
-std::string missing_room() {
-  return Collector().room() < 4 << 20 ? "needs CAP_NET_ADMIN or net.core.rmem_max of 2 MiB" : "";
-}
+struct Segments : testing::Test {
+  void SetUp() override {  // for what send_all() sends, unpaced
+    if (Collector().room() < 4 << 20)
+      GTEST_SKIP() << "needs CAP_NET_ADMIN or net.core.rmem_max of 2 MiB";
+  }
+  TempDir home;
+};
 
-TEST(Segments, AreTheSameDatagramsInTheSameOrder) {
-  if (const auto missing = missing_room(); !missing.empty()) GTEST_SKIP() << missing;
+TEST_F(Segments, AreTheSameDatagramsInTheSameOrder) {
   for (const std::string datagram : {"1400", "8192"}) {
-    const TempDir home;
     const auto many_a_call = send_all(home, datagram);
     const auto one_a_call = send_all_plainly(home, datagram);
     EXPECT_TRUE(masked(many_a_call) == masked(one_a_call)) << datagram;
@@ -86,10 +83,8 @@ TEST(Segments, AreTheSameDatagramsInTheSameOrder) {
   }
 }
 
-TEST(Segments, GoOutOneByOneWhereTheyWouldBeFragments) {
-  if (const auto missing = missing_room(); !missing.empty()) GTEST_SKIP() << missing;
+TEST_F(Segments, GoOutOneByOneWhereTheyWouldBeFragments) {
   if (!enter_network(1500)) GTEST_SKIP() << "needs the right to make a network";
-  const TempDir home;
   const auto refused = send_all(home, "8192");
   EXPECT_EQ(0U, joined(refused));
   EXPECT_TRUE(masked(refused) == masked(send_all_plainly(home, "8192")));

@@ -197,21 +197,31 @@ inline std::map<std::string, std::vector<std::string>> rebuild(const std::vector
   return files;
 }
 
-/// A UDP socket at 127.0.0.1. With privileges the kernel keeps what comes in, up to
-/// 512 MiB, so nothing is lost however late it is read; without, it is read in time
-/// where the senders keep to pace().
-class Collector {
- public:
-  Collector() {
-    setsockopt(sock_.get(), SOL_SOCKET, SO_RCVBUF, &kBuffer, sizeof kBuffer);
-    setsockopt(sock_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kBuffer, sizeof kBuffer);
-    timespec none;
-    (void)ioctl(sock_.get(), SIOCGSTAMPNS, &none);  // stamps arrivals from now on
+/// A UDP socket at 127.0.0.1, and its port.
+struct Receiver {
+  Receiver() {
     sockaddr_in at{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     socklen_t len = sizeof at;
-    EXPECT_EQ(0, bind(sock_.get(), reinterpret_cast<sockaddr*>(&at), len));
-    EXPECT_EQ(0, getsockname(sock_.get(), reinterpret_cast<sockaddr*>(&at), &len));
+    EXPECT_EQ(0, bind(sock.get(), reinterpret_cast<sockaddr*>(&at), len));
+    EXPECT_EQ(0, getsockname(sock.get(), reinterpret_cast<sockaddr*>(&at), &len));
     port = std::to_string(ntohs(at.sin_port));
+  }
+  Fd sock{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+  std::string port;
+};
+
+/// Collects datagrams. With privileges the kernel keeps what comes in, up to 512 MiB, so
+/// nothing is lost however late it is read; without, it is read in time where the senders
+/// keep to pace().
+class Collector : Receiver {
+ public:
+  using Receiver::port;
+
+  Collector() {
+    for (const int option : {SO_RCVBUF, SO_RCVBUFFORCE})
+      setsockopt(sock.get(), SOL_SOCKET, option, &kBuffer, sizeof kBuffer);
+    timespec none;
+    (void)ioctl(sock.get(), SIOCGSTAMPNS, &none);  // stamps arrivals from now on
     reader_ = std::thread([this] { read(); });
   }
   ~Collector() {
@@ -233,18 +243,16 @@ class Collector {
   int room() const {
     int size = 0;
     socklen_t len = sizeof size;
-    EXPECT_EQ(0, getsockopt(sock_.get(), SOL_SOCKET, SO_RCVBUF, &size, &len));
+    EXPECT_EQ(0, getsockopt(sock.get(), SOL_SOCKET, SO_RCVBUF, &size, &len));
     return size;
   }
 
   /// The option for a sender of more than fits into an ordinary receive buffer.
   std::string pace() const { return room() < kBuffer ? "-s:100" : "-s:0"; }
 
-  std::string port;
-
  private:
   bool is_readable(int timeout_ms) const {
-    pollfd ready{sock_.get(), POLLIN, 0};
+    pollfd ready{sock.get(), POLLIN, 0};
     return poll(&ready, 1, timeout_ms) > 0;
   }
   std::size_t count() const {
@@ -256,16 +264,15 @@ class Collector {
     while (!ended_) {
       if (!is_readable(50)) continue;
       const std::lock_guard<std::mutex> guard(mutex_);
-      const auto len = static_cast<std::size_t>(recv(sock_.get(), buffer.data(), buffer.size(), 0));
+      const auto len = static_cast<std::size_t>(recv(sock.get(), buffer.data(), buffer.size(), 0));
       timespec at;
-      EXPECT_EQ(0, ioctl(sock_.get(), SIOCGSTAMPNS, &at));
+      EXPECT_EQ(0, ioctl(sock.get(), SIOCGSTAMPNS, &at));
       const auto arrived = static_cast<std::uint64_t>(at.tv_sec * 1'000'000'000 + at.tv_nsec);
       packets_.push_back({arrived, buffer.substr(0, len)});
     }
   }
 
   static constexpr int kBuffer = 512 << 20;
-  Fd sock_{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
   mutable std::mutex mutex_;
   mutable std::vector<Packet> packets_;
   std::atomic<bool> ended_{false};
