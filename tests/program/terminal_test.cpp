@@ -1,9 +1,8 @@
 // The program on a terminal, as the job of a shell.
-#include <sys/ioctl.h>
+#include <pty.h>
 #include <termios.h>
 
 #include <csignal>
-#include <cstdlib>
 
 #include "tests/program/support.h"
 
@@ -12,14 +11,13 @@ namespace {
 struct Terminal : testing::Test {
   TempDir home;
   Collector net;
-  const Fd master{posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)};
+  Fd master;
   pid_t shell = 0;  ///< leads the terminal's session
   pid_t job = 0;
 
   void SetUp() override {
+    if (access("/dev/ptmx", R_OK | W_OK) != 0) GTEST_SKIP() << "needs a pseudo-terminal";
     setenv("LC_ALL", "C.UTF-8", 1);
-    if (!master || grantpt(master.get()) != 0 || unlockpt(master.get()) != 0)
-      GTEST_SKIP() << "needs a pseudo-terminal";
     const char* unprivileged = home.ordinary ? "--send-buffer=64K\n--run-dir=.\n" : "";
     home.write("tarnwick_cfg",
                "p:" + net.port + "\nf:in\nu:1\nd:1\nc:1\nv:1\nm:1\n" + unprivileged);
@@ -28,26 +26,25 @@ struct Terminal : testing::Test {
 
   /// A shell that runs the program as a job, tells its id, and waits for its end.
   void start(bool in_foreground) {
-    int told[2];
+    int told[2], terminal = -1;
     ASSERT_EQ(0, pipe2(told, O_CLOEXEC));
-    shell = fork();
+    const Fd reader(told[0]), writer(told[1]);
+    shell = forkpty(&terminal, nullptr, nullptr, nullptr);
+    ASSERT_LE(0, shell);
     if (shell == 0) {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
       std::signal(SIGTTOU, SIG_IGN);
-      setsid();
-      for (const int fd : {0, 1, 2}) dup2(open(ptsname(master.get()), O_RDWR), fd);
       job = fork();
       if (job == 0) run();
       setpgid(job, job);
       if (in_foreground) tcsetpgrp(0, job);
-      if (write(told[1], &job, sizeof job) != sizeof job) _exit(1);
+      if (write(writer.get(), &job, sizeof job) != sizeof job) _exit(1);
       int status = 0;
       waitpid(job, &status, 0);
       _exit(WIFSIGNALED(status) ? WTERMSIG(status) : 0);
     }
-    close(told[1]);
-    EXPECT_EQ(static_cast<ssize_t>(sizeof job), read(told[0], &job, sizeof job));
-    close(told[0]);
+    master = Fd(terminal);
+    EXPECT_EQ(static_cast<ssize_t>(sizeof job), read(reader.get(), &job, sizeof job));
   }
   [[noreturn]] void run() const {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -59,7 +56,7 @@ struct Terminal : testing::Test {
 
   /// How the job ended, as its shell tells it.
   int end_shell() {
-    if (shell == 0) return -1;
+    if (shell <= 0) return -1;
     int status = -1;
     const auto ended = [&] { return drain(), waitpid(shell, &status, WNOHANG) != 0; };
     if (!eventually(ended)) kill(shell, SIGKILL), waitpid(shell, &status, 0);
@@ -80,11 +77,6 @@ struct Terminal : testing::Test {
     }
   }
   bool has_shown(const std::string& text) { return drain(), shown.find(text) != std::string::npos; }
-  tcflag_t modes() const {
-    termios now{};
-    EXPECT_EQ(0, tcgetattr(master.get(), &now));
-    return now.c_lflag & (ECHO | ICANON);
-  }
 
   std::string shown;
 };
@@ -115,7 +107,9 @@ TEST_F(Terminal, KeepsItsEchoHoweverOftenTheProgramIsInterrupted) {
     EXPECT_TRUE(eventually([&] { return has_shown(" %"); }));
     type("\x03");
     EXPECT_EQ(SIGINT, end_shell()) << shown;
-    ASSERT_EQ(tcflag_t{ECHO | ICANON}, modes()) << i;
+    termios now{};
+    EXPECT_EQ(0, tcgetattr(master.get(), &now));
+    ASSERT_EQ(tcflag_t{ECHO | ICANON}, now.c_lflag & (ECHO | ICANON)) << i;
   }
 }
 
