@@ -20,11 +20,8 @@ struct OutletTest : testing::Test {
     std::string text;
     fcntl(reader.get(), F_SETFL, O_NONBLOCK);
     char bytes[4096];
-    for (int idle = 0; idle < 3; outlet.flush()) {
-      const ssize_t got = read(reader.get(), bytes, sizeof bytes);
-      idle = got > 0 ? 0 : idle + 1;
-      if (got > 0) text.append(bytes, bytes + got);
-    }
+    for (ssize_t got; (got = read(reader.get(), bytes, sizeof bytes)) > 0; outlet.flush())
+      text.append(bytes, bytes + got);
     return text;
   }
   Fd reader, writer;

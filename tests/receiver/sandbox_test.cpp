@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/socket.h>
@@ -15,7 +16,10 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <sstream>
 #include <thread>
+
+#include "ground/owners.h"
 
 namespace fs = std::filesystem;
 
@@ -34,25 +38,20 @@ struct Sandbox : testing::Test {
   /// The names of those `calls`, each with a space behind, that succeed in a child
   /// for which `enter` returned "", or the text that it returned.
   static std::string succeed(const std::function<std::string()>& enter, const Calls& calls) {
-    int ends[2] = {};
-    EXPECT_EQ(0, pipe(ends));
+    const Fd said(memfd_create("said", MFD_CLOEXEC));
     const pid_t child = fork();
     if (child == 0) {
       std::string names = enter();
-      if (names.empty()) {
-        for (const auto& [name, call] : calls) names += call() ? std::string(name) + " " : "";
-      }
-      _exit(write(ends[1], names.data(), names.size()) == static_cast<ssize_t>(names.size()) ? 0
-                                                                                             : 1);
+      for (const auto& [name, call] : names.empty() ? calls : Calls())
+        names += call() ? std::string(name) + " " : "";
+      _exit(write(said.get(), names.data(), names.size()) < 0 ? 1 : 0);
     }
-    close(ends[1]);
-    std::string names(9999, '\0');
-    const ssize_t size = read(ends[0], names.data(), names.size());
-    close(ends[0]);
     int status = 0;
     EXPECT_EQ(child, waitpid(child, &status, 0));
     EXPECT_EQ(0, status);
-    return names.substr(0, static_cast<std::size_t>(size));
+    std::ostringstream names;
+    names << std::ifstream("/proc/self/fd/" + std::to_string(said.get())).rdbuf();
+    return names.str();
   }
   std::function<std::string()> files() const {
     return [this] {
