@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 
 #include <csignal>
 #include <map>
@@ -37,11 +36,17 @@ struct Removing : StateTest {
     return all;
   }
   /// Lets `change` happen right before the renaming number `number`, the first being 0.
-  static void before_rename(int number, const std::function<void()>& change, int answer = 0) {
+  static void before_rename(int number, const std::function<void()>& change) {
     on_rename = [=, count = 0](unsigned) mutable {
       if (count++ == number) change();
-      return answer;
+      return 0;
     };
+  }
+  static void fail_renames(int error) {
+    on_rename = [=](unsigned) { return error; };
+  }
+  void rename_over(const std::string& path, const std::string& content) const {
+    fs::rename(dir.file("g", content), path);
   }
 
   const Fd at{open(dir.root.c_str(), O_PATH | O_CLOEXEC)};
@@ -50,34 +55,33 @@ struct Removing : StateTest {
 };
 
 TEST_F(Removing, SparesWhatCameInThePlaceOfTheSentFile) {
-  const auto renamed_over = [this] { fs::rename(dir.file("g", "next"), f); };
-  const auto exchanged = [this] {
-    syscall(SYS_renameat2, AT_FDCWD, dir.file("g", "next").c_str(), AT_FDCWD, f.c_str(),
-            RENAME_EXCHANGE);
-    fs::remove(dir.path("g"));
-  };
-  const auto made_anew = [this] { fs::remove(f), dir.file("f", "next"); };
-  const auto rewritten = [this] {  // of the same size, all but in the same moment
-    const auto modified = fs::last_write_time(f);
-    dir.file("f", "next");
-    fs::last_write_time(f, modified + std::chrono::nanoseconds(1));
-  };
-  for (const auto& change :
-       {std::function<void()>(renamed_over), {exchanged}, {made_anew}, {rewritten}}) {
+  const std::function<void()> changes[] = {
+      [&] { rename_over(f, "next"); }, [&] { fs::remove(f), dir.file("f", "next"); },
+      [&] { fs::remove(f), fs::create_symlink(dir.file("sub/f", "next"), f); },
+      [&] {  // rewritten, of the same size, all but in the same moment
+        const auto modified = fs::last_write_time(f);
+        dir.file("f", "next");
+        fs::last_write_time(f, modified + std::chrono::nanoseconds(1));
+      }};
+  for (const auto& change : changes) {
     SourceFile before = sent("f");
     change();
     before_rename(0, [] { ADD_FAILURE() << "what is seen before is left alone"; });
-    EXPECT_EQ(Removal::kChanged, remove(std::move(before)));
-    EXPECT_EQ("f=next ", left());
+    EXPECT_EQ(Removal::kChanged, remove(std::move(before))) << &change - changes;
+    EXPECT_EQ("next", contents(f)) << &change - changes;
     fs::remove(f);
     before_rename(0, change);
-    EXPECT_EQ(Removal::kChanged, remove(sent("f")));
-    EXPECT_EQ("f=next ", left());
-    before_rename(-1, change);
+    EXPECT_EQ(Removal::kChanged, remove(sent("f"))) << &change - changes;
+    EXPECT_EQ("next", contents(f)) << &change - changes;
+    fs::remove(f);
   }
+  EXPECT_EQ("sub/f=next ", left());
+}
+
+TEST_F(Removing, IsDoneOnceByWhomever) {
   before_rename(0, [this] { fs::remove(f); });
   EXPECT_EQ(Removal::kGone, remove(sent("f")));
-  before_rename(-1, [] {});
+  fail_renames(0);
   SourceFile file = sent("f");
   EXPECT_EQ(Removal::kGone, take_away(file, [this](Aside& taken) {
               fs::remove(dir.path(aside));  // also at the last moment
@@ -100,29 +104,24 @@ TEST_F(Removing, NoticesARewritingThatHidesItself) {
 
 TEST_F(Removing, ReplacesNoNewcomerWhenItPutsBack) {
   for (const int error : {0, EINVAL}) {  // as if the file system can't promise to replace nothing
-    before_rename(
-        0, [this] { fs::rename(dir.file("g", "next"), f); }, error);
-    EXPECT_EQ(Removal::kChanged, remove(sent("f")));
-    EXPECT_EQ("f=next ", left());
     int count = 0;
     on_rename = [&](unsigned) {
-      fs::rename(dir.file("g", count++ == 0 ? "next" : "last"), f);
+      rename_over(f, count++ == 0 ? "next" : "last");
       return error;
     };
-    EXPECT_EQ(Removal::kChanged, remove(sent("f")));
-    EXPECT_EQ(aside + "=next f=last ", left());
-    before_rename(
-        -1, [] {}, error);
-    EXPECT_EQ(aside, give_name_back(at.get(), aside));
-    EXPECT_EQ(Removal::kDone, remove(opened("f")));  // beside what is in the way
+    EXPECT_EQ(Removal::kChanged, remove(sent("f"))) << error;
+    EXPECT_EQ(aside + "=next f=last ", left()) << error;
+    fail_renames(error);
+    EXPECT_EQ(aside, give_name_back(at.get(), aside)) << error;
+    EXPECT_EQ(Removal::kDone, remove(opened("f"))) << error;  // beside what is in the way
     // under its own name it would go out after the newer one
-    EXPECT_EQ(aside, give_name_back(at.get(), aside));
+    EXPECT_EQ(aside, give_name_back(at.get(), aside)) << error;
     fs::remove(dir.path(aside));
   }
 }
 
 TEST_F(Removing, FindsRoomForLongNames) {
-  before_rename(1, [this] { fs::rename(dir.file("g", "next"), dir.path(long_name)); });
+  before_rename(1, [this] { rename_over(dir.path(long_name), "next"); });
   EXPECT_EQ(Removal::kChanged, remove(sent(long_name)));
   EXPECT_EQ(std::string(20, 'n') + "=next ", left());
   EXPECT_EQ(Removal::kDone, remove(sent(long_name)));
@@ -135,25 +134,19 @@ TEST_F(Removing, FindsRoomForLongNames) {
 }
 
 TEST_F(Removing, LeavesWhatCannotBeTakenOrLookedAt) {
-  before_rename(
-      0, [] {}, EACCES);
+  fail_renames(EACCES);
   EXPECT_EQ(Removal::kFailed, remove(sent("f")));
   EXPECT_EQ("f=sent ", left());
+  fail_renames(0);
   SourceFile stays = opened("f");
-  before_rename(-1, [] {});
   EXPECT_EQ(Removal::kFailed, take_away(stays, [this](Aside& taken) {
               fs::remove(dir.path(aside)), fs::create_directory(dir.path(aside));
               return taken.remove();
             }));
-  EXPECT_TRUE(fs::remove(f));  // what could not be removed is back
+  EXPECT_TRUE(fs::remove(f)) << "what could not be removed is back";
   SourceFile other({at.get(), "f", dir.file("f")});
-  fs::rename(dir.file("g"), f), other.open();
+  rename_over(f, "next"), other.open();
   EXPECT_EQ(SourceFile::State::kMissing, other.state());
-  fs::create_symlink("f", dir.path("l"));
-  SourceFile through_link = opened("l");
-  fs::remove(f);
-  EXPECT_EQ(Removal::kChanged, remove(std::move(through_link)));
-  EXPECT_TRUE(fs::is_symlink(dir.path("l")));
 }
 
 TEST_F(Removing, RemovesTheLinkAndNotWhatItLeadsTo) {
@@ -163,11 +156,16 @@ TEST_F(Removing, RemovesTheLinkAndNotWhatItLeadsTo) {
     before_rename(
         0, [&] { fs::remove(dir.path(name)), fs::create_symlink("sub/other", dir.path(name)); });
     EXPECT_EQ(Removal::kChanged, remove(opened(name)));
-    before_rename(-1, [] {});
+    fail_renames(0);
     EXPECT_EQ("next", contents(dir.path(name)));
     EXPECT_EQ(Removal::kDone, remove(opened(name)));
     EXPECT_EQ("f=sent sub/other=next ", left());
   }
+  fs::create_symlink("f", dir.path("l"));
+  SourceFile through_link = opened("l");
+  fs::remove(f);
+  EXPECT_EQ(Removal::kChanged, remove(std::move(through_link))) << "nobody knows what it held";
+  EXPECT_TRUE(fs::is_symlink(dir.path("l")));
 }
 
 TEST_F(Removing, AsksAgainWhoHoldsTheFileAfterASecond) {
@@ -194,9 +192,9 @@ TEST_F(Trash, GetsTheSentFileAndALineForEachOne) {
   const std::string line = name + " " + f + "\n";
   EXPECT_EQ("trash/" + name.substr(0, 14) + "=2 " + journal + "=" + line + line + " ", left());
   SourceFile changed = sent("f", "1");
-  fs::rename(dir.file("g", "next"), f);
+  rename_over(f, "next");
   move(std::move(changed));
-  before_rename(0, [this] { fs::rename(dir.file("g", "last"), f); });
+  before_rename(0, [this] { rename_over(f, "last"); });
   move(sent("f", "1"));
   EXPECT_EQ("last", contents(f));
   EXPECT_EQ(line + line, contents(dir.path(journal)));
@@ -232,17 +230,15 @@ TEST_F(Trash, JournalLinesAreWholeOrNotThere) {
   EXPECT_EQ("first\nthird\n", contents(dir.path("log")));
 }
 
-TEST_F(Trash, JournalIsARegularFile) {
-  const std::string pipe = dir.path("pipe"), link = dir.path("link");
-  ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+TEST_F(Trash, JournalIsARegularFileAndNoStrangersLink) {
+  ASSERT_EQ(0, mkfifo(dir.path("pipe").c_str(), 0600));
   EXPECT_FALSE(note_in_journal(at.get(), "pipe", "x"));
-  const Fd reader(open(pipe.c_str(), O_RDONLY | O_NONBLOCK));
+  const Fd reader(open(dir.path("pipe").c_str(), O_RDONLY | O_NONBLOCK));
   EXPECT_FALSE(note_in_journal(at.get(), "pipe", "x"));
   char byte = 0;
   EXPECT_EQ(0, read(reader.get(), &byte, 1));
-  if (geteuid() != 0) return;  // only root gives links away
-  fs::create_symlink(dir.file("victim", ""), link);
-  EXPECT_EQ(0, lchown(link.c_str(), 54321, 0));
+  fs::create_symlink(dir.file("victim", ""), dir.path("link"));
+  if (!give_away(dir.path("link"))) return;  // we are not root
   EXPECT_FALSE(note_in_journal(at.get(), "link", "x"));
-  EXPECT_EQ("", contents(link));
+  EXPECT_EQ("", contents(dir.path("victim")));
 }

@@ -75,10 +75,8 @@ TEST_F(Scan, HoldsFilesBackByNameSizeAndOpenDescriptor) {
   settings.blk_mask = "tmp", settings.blk_ext = "part", settings.zero_ign = 1;
   dir.file("0", "");
   for (const char* name : {"tmp_a", "tmp", "x.part", ".part"}) dir.file(name);
-  {
-    EXPECT_EQ(5, walk());
-    EXPECT_FALSE(goes("absent"));
-  }
+  EXPECT_EQ(5, walk());
+  EXPECT_FALSE(goes("absent"));
   for (const char* name : {"a_tmp", "Tmp", "x.PART", "x.part.gz", "part"}) {
     dir.file(name);
     EXPECT_TRUE(goes(name)) << name;
@@ -143,16 +141,13 @@ TEST_F(Scan, WalksNoFolderWithinItself) {
 }
 
 TEST_F(Scan, LeavesWhatALinkOfAStrangerLeadsTo) {
-  const TempDir ours;
-  const bool is_root =
-      geteuid() == 0;  // only root gives links away: others are strangers themselves
-  other_uid = is_root ? 0 : 54321;
+  const TempDir ours;  // only root gives links away: others are strangers themselves
+  const bool is_root = geteuid() == 0;
+  other_uid = is_root ? 0 : kStranger;
   const std::string leads_to = is_root ? ours.root : "/etc", file = ours.file("f");
-  for (const auto& [name, text] :
-       {std::pair("d", leads_to), {"f", is_root ? file : "/etc/passwd"}}) {
-    fs::create_symlink(text, dir.path(name));
-    EXPECT_EQ(is_root ? 0 : -1, lchown(dir.path(name).c_str(), 54321, 0));
-  }
+  fs::create_symlink(leads_to, dir.path("d"));
+  fs::create_symlink(is_root ? file : "/etc/passwd", dir.path("f"));
+  for (const char* name : {"d", "f"}) EXPECT_EQ(is_root, give_away(dir.path(name)));
   EXPECT_EQ(2, walk());
   EXPECT_TRUE(ours.exists("f"));
   links_told += std::count(system_log.begin(), system_log.end(), '\n');
@@ -163,24 +158,20 @@ TEST_F(Scan, LeavesWhatALinkOfAStrangerLeadsTo) {
 
 TEST_F(Scan, GivesWhatAKillLeftItsNameBack) {
   dir.file(".tarnwick-taken~a");
-  constexpr int kPairs = 8;  // met in either order
-  for (char n = '0'; n < '0' + kPairs; ++n)
-    dir.file(std::string(".tarnwick-taken~b") + n, "old"), dir.file(std::string("b") + n, "new");
+  std::multiset<std::string> sent, wanted{"a", "c", "sub/.tarnwick-taken~/e"};
+  for (const std::string b : {"b0", "b1", "b2", "b3", "b4", "b5", "b6", "b7"}) {
+    const std::string aside = ".tarnwick-taken~" + b;
+    dir.file(aside, "old"), dir.file(b, "new");  // met in either order
+    wanted.insert({aside, b});
+  }
   dir.file(".tarnwick-taken~/c");
   const TempDir other;  // reached by a link of that name: walked, but not given back
   other.file("e"), fs::create_directory(dir.path("sub"));
   fs::create_directory_symlink(other.root, dir.path("sub/.tarnwick-taken~"));
   settings.blk_ext = "no", dir.file(".tarnwick-taken~d.no");
-  std::multiset<std::string> sent;
   on_send = [&] { sent.insert(sent_name); };
   for (int pass = 0; pass < 3; ++pass) (void)walk();
-  EXPECT_EQ(3U + 2 * kPairs, sent.size());
-  for (char n = '0'; n < '0' + kPairs; ++n) {
-    EXPECT_EQ(1U, sent.count(std::string("b") + n));
-    EXPECT_EQ(1U, sent.count(std::string(".tarnwick-taken~b") + n));
-  }
-  for (const char* name : {"a", "c", "sub/.tarnwick-taken~/e"})
-    EXPECT_EQ(1U, sent.count(name)) << name;
+  EXPECT_EQ(wanted, sent);
   EXPECT_TRUE(dir.exists("d.no"));
   EXPECT_EQ(2, std::distance(fs::directory_iterator(dir.root), {}));
 }
@@ -207,8 +198,8 @@ TEST_F(Scan, ListHasAnEntryForEachLineWithAFolderAndShowsEveryRead) {
   settings.verboze = 1, settings.scan_list_name = dir.file("list", text);
   make_scan_list();
   std::string got;
-  for (const auto& [remain, ip, port, path, dst, count, missing, counts] : scan_list)
-    got += ip + "," + std::to_string(port) + "," + path + "," + dst + ";";
+  for (const scan_folder& in : scan_list)
+    got += in.ip + "," + std::to_string(in.port) + "," + in.abs_path + "," + in.dst_dir + ";";
   const std::string here = fs::current_path();
   EXPECT_EQ("1.2.3.4,55,/in,to/b;a,55001,/in,b  c ;a,0,/in,;a,-1,/in,;,55001,/in,;a,55001," + here +
                 "/out,;a\tb,55001,/c\td\te,;a,55001,/in\r,;/last,55001,/in,;",

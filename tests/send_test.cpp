@@ -153,7 +153,7 @@ TEST_F(Sending, LooksForAStopByAClockThatNobodySets) {
   time_passed = later();
   const auto began = std::chrono::steady_clock::now();
   EXPECT_FALSE(check2break());
-  std::fstream(dir.path("a.lock"), std::ios::in | std::ios::out).seekp(4).put('\1');
+  ask_to_stop(dir.path("a.lock"));
   const bool at_once = check2break();
   const bool is_slow = std::chrono::steady_clock::now() - began > std::chrono::milliseconds(90);
   EXPECT_TRUE(is_slow || !at_once) << "ten times a second are enough";
@@ -172,8 +172,7 @@ TEST_F(Sending, LooksForAStopBeforeEachHeaderPacketAndBeforeTheParts) {
     settings.head_send = headers;
     on_pause = [&, after = stop_after](std::uint32_t) mutable {
       ++time_passed;
-      if (--after == 0)
-        std::fstream(dir.path("b.lock"), std::ios::in | std::ios::out).seekp(4).put('\1');
+      if (--after == 0) ask_to_stop(dir.path("b.lock"));
     };
     EXPECT_EQ(stop_after == 9 ? kSent : kNotSent, send("x"));
     EXPECT_EQ(wanted, received()) << headers << " " << stop_after;

@@ -1,5 +1,7 @@
 #include "tests/support.h"
 
+#include <unistd.h>
+
 #include <fstream>
 
 TempDir::TempDir() { root = fs::canonical(mkdtemp(root.data())); }
@@ -15,6 +17,12 @@ std::string TempDir::file(const std::string& name, const std::string& content) c
 std::string contents(const std::string& path) {
   std::ifstream file(path);
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool give_away(const std::string& path) { return lchown(path.c_str(), kStranger, 0) == 0; }
+
+void ask_to_stop(const std::string& lock) {
+  std::fstream(lock, std::ios::in | std::ios::out).seekp(4).put('\1');
 }
 
 void show_all() {

@@ -41,6 +41,15 @@ struct TempDir {
 /// All bytes of a file; "" if there is none.
 std::string contents(const std::string& path);
 
+constexpr uid_t kStranger = 54321;
+
+/// Makes the stranger the owner of the entry, be it a link; false where we are not root, who
+/// alone can.
+bool give_away(const std::string& path);
+
+/// Sets the byte in a lock file by which its owner is asked to end.
+void ask_to_stop(const std::string& lock);
+
 /// Sends std::cout to standard error, and there every pause as "[us]".
 void show_all();
 

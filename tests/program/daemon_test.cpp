@@ -12,8 +12,6 @@ namespace {
 const std::string kFrozen = "Already running! trying to freez...\nOK!  frozzen!\n";
 const std::string kThawed = "Trying to unfreez...\nOK!  unfrozzen!\n";
 
-const std::string kOrdinary = " --send-buffer=64K --run-dir=.";
-
 /// What a lock file holds; `asked` and `state` are its command and status words.
 std::string record(pid_t owner, char asked = 0, char state = 0, char stop = 0) {
   return std::string(reinterpret_cast<const char*>(&owner), sizeof owner) +
@@ -52,9 +50,9 @@ struct Daemon : testing::Test {
 
   /// Sends the journal; who reads what is told goes away after the first byte.
   void send_journal_to_a_reader_who_leaves() const {
-    const std::string name = "cd " + home.path("") + "; exec -a " + home.program();
-    const std::string run = std::string(" " TARNWICK) + (home.ordinary ? kOrdinary : "") + " -m:4";
-    FILE* reader = popen(("bash -c '" + name + run + "'").c_str(), "re");
+    const std::string ordinary = home.ordinary ? " --send-buffer=64K --run-dir=." : "";
+    const std::string run = "cd " + home.path("") + "; exec -a " + home.program();
+    FILE* reader = popen(("bash -c '" + run + " " TARNWICK + ordinary + " -m:4'").c_str(), "re");
     EXPECT_EQ('A', std::fgetc(reader));
     pclose(reader);
   }
@@ -106,8 +104,8 @@ TEST_F(Daemon, DetachesAndShowsNothingFromThenOn) {
 TEST_F(Daemon, GivesUpNetworkAdministrationAndNothingElse) {
   const auto rights = [](const std::string& of) {
     const std::string status = read_file("/proc/" + of + "/status");
-    return status.substr(status.find("CapInh:"),
-                         status.find("\nSeccomp:") - status.find("CapInh:"));
+    const std::size_t begin = status.find("CapInh:");
+    return status.substr(begin, status.find("\nSeccomp:") - begin);
   };
   std::string wanted = rights("self");
   const bool may_give_up = prctl(PR_CAPBSET_READ, CAP_SETPCAP) == 1 && geteuid() == 0;
@@ -117,12 +115,10 @@ TEST_F(Daemon, GivesUpNetworkAdministrationAndNothingElse) {
   }
   wanted.back() = '1';
   start();
-  EXPECT_TRUE(eventually([&] { return rights(std::to_string(pid)) == wanted; }))
-      << rights(std::to_string(pid)) << "\nbut wanted\n"
-      << wanted;
+  EXPECT_TRUE(eventually([&] { return rights(std::to_string(pid)) == wanted; })) << wanted;
   EXPECT_EQ(0, stop());
   const Program cycle(home, {"-m:1"});
-  EXPECT_TRUE(eventually([&] { return rights(std::to_string(cycle.pid)) == wanted; }));
+  EXPECT_TRUE(eventually([&] { return rights(std::to_string(cycle.pid)) == wanted; })) << wanted;
 }
 
 TEST_F(Daemon, KeepsTheFileWhenItFailsOrIsKilledAndIsSucceeded) {
