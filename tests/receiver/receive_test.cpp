@@ -153,7 +153,9 @@ TEST_F(Receive, NothingIsForgottenWhosePacketsMayStillWaitInMemory) {
   feed({file.part(2), file.part(3), late.header(), late.part(1)});
   EXPECT_EQ("f late ", told("delivered", "path"));
   feed({File{3, "x", random_bytes(2000, 2)}.part(1)});
-  pass_time(31), pass_time(1);
+  pass_time(30);
+  EXPECT_EQ("", told("warning", "text"));
+  pass_time(1), pass_time(1);
   EXPECT_EQ("nothing came for 31 seconds ", told("warning", "text")) << "once";
   pass_time(29);
   EXPECT_TRUE(metric_is("forgotten_parts_total 1")) << "no header packet came";
@@ -177,9 +179,17 @@ TEST_F(Receive, CountsWhatTheLineAndTheMachineLost) {
   const auto state = nlohmann::json::parse(console().substr(0, console().find('\n')));
   EXPECT_EQ("state", state["event"]);
   EXPECT_EQ(4, state["kernel_drops"]);
-  receiver->tick(now, now, intake);
-  EXPECT_NE(std::string::npos,
-            told("warning", "text").find("the kernel dropped datagrams 4 times"));
+  for (const IntakeCounts& counts : {IntakeCounts{}, {0, 0, 0, 4}, intake, intake, {0, 5, 4, 5}})
+    receiver->tick(now, now, counts);
+  const std::string kernel = "this machine does not keep up: the kernel dropped datagrams ";
+  const std::string memory =
+      "disk or ledger do not keep up and the memory (--memory) is full: dropped ";
+  EXPECT_EQ(kernel + "4 times " + memory +
+                "2 datagrams, of 3 newly dropped transfers and of earlier ones " + kernel +
+                "1 times " + memory +
+                "3 datagrams, of 1 newly dropped transfers and of earlier ones ",
+            told("warning", "text"))
+      << "and nothing of silence, which nobody asked for";
   EXPECT_EQ(1U, find(1)->received) << "progress is saved";
 }
 

@@ -92,31 +92,7 @@ TEST_F(Told, EventsNameWhatIsUnusual) {
   EXPECT_EQ("", told([&](Events& e) { e.progress(record, 1, 2); })) << "it is no terminal";
 }
 
-TEST_F(Told, NoticesAreToldOnceForEachCause) {
-  const std::string silence = told([](Events& e) {
-    Notices notices(e, 10, 100);
-    for (const double now : {109., 110., 111.5, 130.}) notices.notice_silence(now);
-    notices.heard(130);
-    for (const double now : {140., 145., 146.}) notices.notice_silence(now);
-    Notices(e, 0, 100).notice_silence(9e9);
-  });
-  EXPECT_EQ("warning: nothing came for 11 seconds\nwarning: nothing came for 15 seconds\n",
-            silence);
-  const std::string drops = told([](Events& e) {
-    Notices notices(e, 0, 100);
-    for (const IntakeCounts& counts :
-         {IntakeCounts{9, 0, 0, 0}, {9, 0, 0, 5}, {9, 7, 2, 5}, {9, 7, 2, 5}, {9, 8, 2, 8}})
-      notices.notice_drops(counts);
-  });
-  const std::string kernel =
-      "warning: this machine does not keep up: the kernel dropped datagrams ";
-  const std::string memory =
-      "warning: disk or ledger do not keep up and the memory (--memory) is full: dropped ";
-  EXPECT_EQ(kernel + "5 times\n" + memory +
-                "7 datagrams, of 2 newly dropped transfers and of earlier ones\n" + kernel +
-                "3 times\n" + memory +
-                "1 datagrams, of 0 newly dropped transfers and of earlier ones\n",
-            drops);
+TEST_F(Told, WhatCouldNotBeWrittenIsToldEveryFiveSeconds) {
   const std::string unwritten = told([](Events& e) {
     Notices notices(e, 0, 100);
     notices.notice_unwritten(0, 100);
