@@ -11,6 +11,7 @@
 #include "frame/run_modes.h"
 #include "frame/scanning.h"
 #include "frame/start_up.h"
+#include "ground/owners.h"
 #include "scan/scan_list.h"
 #include "tests/support.h"
 
@@ -115,6 +116,39 @@ TEST_F(Cycle, ADaemonCountsRescansInHalfSecondsAndStopsInBetween) {
   EXPECT_EQ("500000 500000 500000 500000 500000 500000 status 0\n", contents(told))
       << "three of a pause, two until it is asked to stop, and one at its end";
   EXPECT_FALSE(fs::exists(lock));
+}
+
+TEST_F(Cycle, AForegroundShowsDotsInItsPausesUntilEscapeOrAStop) {
+  settings.send_buffer = 1 << 16, settings.sdir = dir.path("empty"), settings.verboze = 1;
+  int keys[2];
+  ASSERT_EQ(0, pipe(keys));
+  const Fd stdin_kept(dup(0)), reader(keys[0]), writer(keys[1]);
+  dup2(reader.get(), 0);
+  const std::string walked = "folder " + settings.sdir + " is empty.\n0 files was transfered.\n";
+  for (const bool by_key : {false, true}) {
+    on_pause = [&, count = 0](std::uint32_t) mutable {
+      time_passed = ++count / 3 * 2;  // three looks in two seconds
+      if (count > 99) throw std::runtime_error("it goes on");
+      if (count != 8) return;
+      by_key ? (void)!write(writer.get(), "\x1b", 1) : ask_to_stop(dir.path("f.lock"));
+    };
+    time_passed = 0, settings.mode = kCycle, console.str("");
+    Proc lock("f", dir.root);
+    EXPECT_EQ(0, run_scan_loop(lock));
+    const std::string end = by_key ? "\n" : "\nExtern terminated! \n\n";
+    EXPECT_EQ(walked + "..." + end, console.str());
+  }
+  dup2(stdin_kept.get(), 0);
+}
+
+TEST_F(Cycle, AControllerLetsGoOfTheLockBeforeItsLastPause) {
+  settings.send_buffer = 1 << 16;
+  on_pause = [&](std::uint32_t) { EXPECT_FALSE(dir.exists("c.lock")); };
+  Proc stop("c", dir.root);
+  EXPECT_EQ(0, run_stop(stop));
+  Proc journal("c", dir.root);
+  EXPECT_EQ(kRefused, run_trash_journal(journal)) << "there is none";
+  EXPECT_EQ(Pauses(2, 2'000'000), pauses);
 }
 
 TEST_F(Cycle, AStartOccupiesClosedDescriptorsAndMayOpenAllThatTheSystemAllows) {

@@ -1,5 +1,6 @@
 #include "proc/proc.h"
 
+#include <dlfcn.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -10,10 +11,27 @@
 #include "tests/support.h"
 
 static std::function<void()> on_setsid = [] {};  ///< what a daemon does first of all
+static std::function<void()> before_write = [] {}, after_write = [] {};  ///< of a record
 
 pid_t setsid() noexcept {
   on_setsid();
   return static_cast<pid_t>(syscall(SYS_setsid));
+}
+
+static bool can_fork = true;
+
+pid_t fork() noexcept {
+  static const auto real = reinterpret_cast<pid_t (*)()>(dlsym(RTLD_NEXT, "fork"));
+  if (can_fork) return real();
+  errno = EAGAIN;
+  return -1;
+}
+
+ssize_t pwrite(int fd, const void* bytes, size_t size, off_t at) {
+  before_write();
+  const ssize_t result = syscall(SYS_pwrite64, fd, bytes, size, at);
+  after_write();
+  return result;
 }
 
 struct Lock : StateTest {
@@ -91,12 +109,30 @@ TEST_F(Lock, TakesARequestAsSoonAsTheForegroundHasEnded) {
   ask_to_stop(path);
   EXPECT_NE(-1, wait(&ended));
   EXPECT_EQ(0, ended);
+  before_write = [] { usleep(200'000); };  // the foreground is
+  on_setsid = [this] {
+    before_write = [] {}, after_write = [this] { ask_to_stop(path), usleep(500'000); };
+  };
+  start_daemon();
+  EXPECT_NE(-1, wait(&ended));
+  EXPECT_EQ(0, ended);
+  before_write = [] {};
   on_setsid = [] { _exit(9); };  // it dies before
   start_daemon();
   EXPECT_EQ(0, ended);
   EXPECT_NE(-1, wait(&ended));
   EXPECT_EQ(9, WEXITSTATUS(ended));
   on_setsid = [] {};
+}
+
+TEST_F(Lock, StaysWithAForegroundThatCannotStartADaemon) {
+  const auto start = [this] {
+    Proc owner(name, dir.root);
+    can_fork = false;
+    owner.daemon_mode();
+  };
+  EXPECT_EXIT((show_all(), start()), testing::ExitedWithCode(255),
+              "^Error: Start Daemon failed .Resource temporarily unavailable.\n$");
 }
 
 TEST_F(Lock, IsLeftToACopyThatHasTakenItMeanwhile) {
@@ -117,6 +153,10 @@ TEST_F(Lock, IsNotReadByHalves) {
   on_pause = [&](std::uint32_t) { put(record(getpid()).substr(0, 4)); };
   EXPECT_FALSE(controller.freez(1));
   EXPECT_EQ(child, controller.owner());
+  std::string asked;
+  on_pause = [&](std::uint32_t) { asked = contents(path); };
+  EXPECT_TRUE(controller.terminate_wait(10));
+  EXPECT_EQ(record(child, 1, 1), asked) << "the record is whole again";
 }
 
 TEST_F(Lock, OfAStrangerMayNotHaveOthersKilledOrOverwritten) {

@@ -131,6 +131,7 @@ TEST_F(Removing, FindsRoomForLongNames) {
   const Fd folder(open(dir.path(".tarnwick-taken~").c_str(), O_PATH));
   EXPECT_EQ(1, give_all_back(at.get(), folder.get()));
   EXPECT_EQ(".tarnwick-taken~/b=stays a=back b=new ", left());
+  EXPECT_EQ(Removal::kDone, remove(sent(long_name))) << "in a folder that is there";
 }
 
 TEST_F(Removing, LeavesWhatCannotBeTakenOrLookedAt) {

@@ -12,6 +12,7 @@
 #include "scan/scan_list.h"
 #include "scan/walk.h"
 #include "send/send_file.h"
+#include "state/metrics.h"
 #include "tests/support.h"
 
 static int result;
@@ -75,7 +76,9 @@ TEST_F(Scan, HoldsFilesBackByNameSizeAndOpenDescriptor) {
   settings.blk_mask = "tmp", settings.blk_ext = "part", settings.zero_ign = 1;
   dir.file("0", "");
   for (const char* name : {"tmp_a", "tmp", "x.part", ".part"}) dir.file(name);
+  metrics = {};
   EXPECT_EQ(5, walk());
+  EXPECT_EQ((WaitingCounts{2, 2, 1, 0, 0}), metrics.waiting);
   EXPECT_FALSE(goes("absent"));
   for (const char* name : {"a_tmp", "Tmp", "x.PART", "x.part.gz", "part"}) {
     dir.file(name);
@@ -209,4 +212,5 @@ TEST_F(Scan, ListHasAnEntryForEachLineWithAFolderAndShowsEveryRead) {
   settings.scan_list_name = dir.path("");  // opens, but can't be read
   make_scan_list();
   EXPECT_EQ("error: can't read all of the scan list " + settings.scan_list_name + "\n", system_log);
+  EXPECT_TRUE(scan_list.empty());
 }

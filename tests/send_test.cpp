@@ -1,5 +1,4 @@
 // Names, packets, pace and transfers, with datagrams on 127.0.0.1.
-#include <chrono>
 #include <fstream>
 
 #include "proc/proc.h"
@@ -10,6 +9,7 @@
 #include "send/socket.h"
 #include "send/stop_check.h"
 #include "send/trash.h"
+#include "state/metrics.h"
 #include "tests/support.h"
 #include "wire/crc32.h"
 #include "wire/wire_format.h"
@@ -54,13 +54,16 @@ struct Sending : StateTest {
 TEST_F(Sending, PacketsNamesAndIntervalsMatchTheirWorkedValues) {
   use_charset("UTF-8"), settings.udata_size = 61440;
   const file_info info{0x1122334412345678, 0x0102030405, crc32_str("123456789"), 0x6553F100, 1};
-  const auto packet = build_header_packet(info, "/out/имя.日x", destination_path("in", "a/b"));
+  const auto packet = build_header_packet(info, "/out/имя.日x", destination_path("in", "a/日"));
   EXPECT_EQ(
-      "\x78\x56\x34\x12\x44\x33\x22\x11\0\0\0\0\0\0\0\0\x4D\0\0\0\x05\x04\x03\x02\x01\0\0\0"
+      "\x78\x56\x34\x12\x44\x33\x22\x11\0\0\0\0\0\0\0\0\x4C\0\0\0\x05\x04\x03\x02\x01\0\0\0"
       "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\0\xF0\0\0\xD9\xC6\x0B\x34\0\xF1\x53\x65\0\0\0\0\x01\0"s +
-          std::string(30, '\0') + "\xE8\xEC\xFF.\0in/a/b\0\0"s,
+          std::string(30, '\0') + "\xE8\xEC\xFF.\0in/a/\0\0"s,
       std::string(packet.begin(), packet.end()));
-  EXPECT_EQ("warning: the name goes out cut: /out/имя.日x\n", system_log);
+  EXPECT_EQ(
+      "warning: the name goes out cut: /out/имя.日x\n"
+      "warning: the folder goes out cut: in/a/日, with the file /out/имя.日x\n",
+      system_log);
   EXPECT_EQ(84U + 8191 + 2, build_header_packet(info, std::string(9000, 'a'), "").size());
   use_charset("no-such-set");
   bool cut = true;
@@ -112,6 +115,7 @@ TEST_F(Sending, SendsHeadersAndPartsInEveryPassAndCountsThem) {
 
 TEST_F(Sending, SendsOnlyWhatCanGoOutWhole) {
   const std::string f = dir.path("f"), pipe = dir.path("pipe");
+  metrics = {};
   EXPECT_EQ(0, mkfifo(pipe.c_str(), 0600));
   for (const auto& path : {dir.root, pipe, f, std::string()})
     EXPECT_EQ(kNotSent, SendFile(path, "", 0)) << path;
@@ -139,6 +143,7 @@ TEST_F(Sending, SendsOnlyWhatCanGoOutWhole) {
   EXPECT_EQ(kNotSent, send("x"));
   settings.head_send = 1, settings.data_send = 0;
   EXPECT_EQ(kNotSent, send("x"));
+  EXPECT_EQ((decltype(metrics.failed){3, 4, 1, 0, 0, 0}), metrics.failed);
 }
 
 /// Later than any look for a stop so far, s.
@@ -151,12 +156,9 @@ TEST_F(Sending, LooksForAStopByAClockThatNobodySets) {
   Proc lock("a", dir.root);
   pplock = &lock;
   time_passed = later();
-  const auto began = std::chrono::steady_clock::now();
   EXPECT_FALSE(check2break());
   ask_to_stop(dir.path("a.lock"));
-  const bool at_once = check2break();
-  const bool is_slow = std::chrono::steady_clock::now() - began > std::chrono::milliseconds(90);
-  EXPECT_TRUE(is_slow || !at_once) << "ten times a second are enough";
+  EXPECT_FALSE(check2break()) << "ten times a second are enough";
   clock_stepped = -3600;
   ++time_passed;
   EXPECT_TRUE(check2break());

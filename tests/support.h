@@ -17,8 +17,8 @@ extern Pauses pauses;                                ///< all of them, us
 extern std::function<void(std::uint32_t)> on_pause;  ///< what happens meanwhile
 extern std::string system_log;                       ///< lines "warning: " or "error: " and text
 
-// Also from there, s, on top of the real clocks: real and monotonic, and what
-// somebody has set the real one to.
+// Also from there, s: what the monotonic clock, which stands still, and the real one are
+// ahead, and what somebody has set the real one to.
 extern std::time_t time_passed, clock_stepped;
 
 extern uid_t other_uid;  ///< whom the program takes itself for, unless 0

@@ -176,11 +176,12 @@ TEST_F(Run, OrdersPacketsAsConfiguredAndMovesFilesToTheTrash) {
 
 TEST_F(Run, PacesDataPacketsAndKeepsTheFileAtEscape) {
   home.write("in/a", std::string(20'000'000, 'x'));  // takes 16 s
-  Program program(home, {"-v:1", "-s:10", "-m:1"});
+  Program program(home, {"-v:1", "-s:10", "-m:1", "-l:1"});
   ASSERT_TRUE(eventually([&] { return program.out().find("\r5 %") != std::string::npos; }));
   EXPECT_EQ(2, write(program.input.get(), "q\x1b", 2));
   EXPECT_EQ(0, program.wait());
   EXPECT_TRUE(home.has("in/a"));
+  EXPECT_EQ(std::string::npos, read_file(home.path("tarnwick_logs.txt")).find("not found"));
   const std::vector<Packet> packets = net.packets();
   // the header, the first one, has 10 ms to itself; 1 ms for a clock being adjusted
   EXPECT_LE(packets.size() * 1'130'676 + 7'869'324, packets.back().arrived - packets[0].arrived);
