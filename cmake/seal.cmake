@@ -18,7 +18,7 @@ endif()
 add_library(seal STATIC
   seal/code.cpp seal/digest.cpp seal/keys.cpp seal/layout.cpp seal/percent.cpp seal/record.cpp)
 target_include_directories(seal SYSTEM PUBLIC ${ISAL_INCLUDE} ${SODIUM_INCLUDE})
-target_link_libraries(seal PUBLIC wire ${ISAL_LIBRARY} ${SODIUM_LIBRARY})
+target_link_libraries(seal PUBLIC ground wire ${ISAL_LIBRARY} ${SODIUM_LIBRARY})
 add_executable(tarnwick-key seal/tarnwick_key.cpp)
 target_link_libraries(tarnwick-key PRIVATE seal)
 install(TARGETS tarnwick-key RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-bool write_all(int fd, const std::string& text) {
+bool write_all(int fd, std::string_view text) {
   for (std::size_t done = 0; done < text.size();) {
     const ssize_t put = write(fd, text.data() + done, text.size() - done);
     if (put < 0 && errno != EINTR) return false;

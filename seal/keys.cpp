@@ -10,21 +10,13 @@
 #include <cstring>
 #include <fstream>
 
+#include "ground/owners.h"
+#include "ground/write_all.h"
+
 namespace {
 
 constexpr std::size_t kKeyDigits = 64;
 using Seed = std::array<unsigned char, 32>;
-
-/// Closes a file in the end. Both programs have an owner of their own, this is for either.
-struct OpenFile {
-  explicit OpenFile(int opened) : fd(opened) {}
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-  ~OpenFile() {
-    if (fd >= 0) close(fd);
-  }
-  const int fd;
-};
 
 /// Wipes an object when it goes.
 template <typename T>
@@ -49,19 +41,16 @@ bool read_key(const char* text, std::size_t size, std::array<unsigned char, 32>&
 /// Writes `key` and a line feed to the new file `path`. Removes it again on failure.
 bool write_key(const std::string& path, mode_t mode, const std::array<unsigned char, 32>& key,
                std::string& error) {
-  const OpenFile file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
-  if (file.fd < 0) {
+  const Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+  if (!file) {
     error = system_error(path);
     return false;
   }
   Wiped<std::array<char, kKeyDigits + 1>> line;
   sodium_bin2hex(line.value.data(), line.value.size(), key.data(), key.size());
   line.value[kKeyDigits] = '\n';
-  errno = EIO;  // for a write that comes out short
-  if (fchmod(file.fd, mode) == 0 &&
-      write(file.fd, line.value.data(), line.value.size()) ==
-          static_cast<ssize_t>(line.value.size()) &&
-      fsync(file.fd) == 0) {
+  if (fchmod(file.get(), mode) == 0 &&
+      write_all(file.get(), {line.value.data(), line.value.size()}) && fsync(file.get()) == 0) {
     return true;
   }
   error = system_error(path);
@@ -86,9 +75,9 @@ Signature SigningKey::sign(const std::string& message) const {
 }
 
 std::unique_ptr<const SigningKey> SigningKey::read(const std::string& path, std::string& error) {
-  const OpenFile file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  const Fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
-  if (file.fd < 0 || fstat(file.fd, &status) != 0) {
+  if (!file || fstat(file.get(), &status) != 0) {
     error = system_error(path);
     return nullptr;
   }
@@ -97,7 +86,7 @@ std::unique_ptr<const SigningKey> SigningKey::read(const std::string& path, std:
     return nullptr;
   }
   Wiped<std::array<char, kKeyDigits + 2>> text;  // a line feed, and one byte too many
-  const ssize_t got = ::read(file.fd, text.value.data(), text.value.size());
+  const ssize_t got = ::read(file.get(), text.value.data(), text.value.size());
   if (got < 0) {
     error = system_error(path);
     return nullptr;
