@@ -115,6 +115,7 @@ bool Receiver::settle_sealed(const TransferKey& file) {
     settle_proved(*arrival, {});
   } else if (was_delivered_before(arrival->counts())) {
     ++metrics_.seals_unneeded;
+    settlement_.refuse(arrival->record(), "played back: it was delivered before", now_);
     store_.parts().drop(file);
     remember(arrival->counts());
     close(file);

@@ -167,6 +167,7 @@ TEST_F(Sealed, WhereASealIsRequiredNothingIsDeliveredThatItDoesNotProve) {
   pass_time(1.1);
   EXPECT_FALSE(fs::exists(into / "дир/文書 (1)"));
   EXPECT_TRUE(metric_is("seals_total{outcome=\"unneeded\"} 1"));
+  EXPECT_EQ("played back: it was delivered before ", told("refused", "why"));
 }
 
 TEST_F(Sealed, NoSealButASignedTrueAndFreshOneBringsAFileIn) {
