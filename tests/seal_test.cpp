@@ -167,7 +167,12 @@ TEST_F(Keys, SignARecordWhichLosesItsNameWhereItHasNoRoom) {
 
 TEST_F(Keys, AreMadeTogetherOrNotAtAll) {
   const std::string name = root + "/site";
-  ASSERT_TRUE(make_key_files(name, error)) << error;
+  const auto make = [&](const std::string& options) {
+    return std::system(("'" KEY "' " + options + " >" + root + "/said 2>&1").c_str());
+  };
+  EXPECT_NE(0, make("--help"));
+  EXPECT_NE(0, make(""));
+  ASSERT_EQ(0, make(name));
   EXPECT_EQ(fs::perms(0600), fs::status(name + ".key").permissions());
   EXPECT_EQ(fs::perms(0644), fs::status(name + ".pub").permissions());
   const auto key = SigningKey::read(name + ".key", error);
@@ -175,6 +180,7 @@ TEST_F(Keys, AreMadeTogetherOrNotAtAll) {
   ASSERT_TRUE(read_trusted_keys(name + ".pub", keys, error)) << error;
   EXPECT_EQ(std::vector<PublicKey>{key->public_key()}, keys);
 
+  EXPECT_NE(0, make(name));
   EXPECT_FALSE(make_key_files(name, error));
   EXPECT_EQ(name + ".key: File exists", error);
   EXPECT_EQ(key->public_key(), SigningKey::read(name + ".key", error)->public_key());

@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/udp.h>
 #include <sys/ioctl.h>
 
 #include <cstring>
@@ -15,10 +16,8 @@ namespace {
 constexpr std::size_t kSize = 1000;
 const std::size_t kCost = Taken{nullptr, kSize, kSize, {}, {}, {}}.cost();
 
-Taken piece(std::uint64_t id, std::size_t mark = 0) {
-  Taken taken{std::make_unique<unsigned char[]>(kSize), kSize, kSize, {id, 0, 0}, {}, {}};
-  taken.bytes[0] = static_cast<unsigned char>(mark);
-  return taken;
+Taken piece(std::uint64_t id) {
+  return {std::make_unique<unsigned char[]>(kSize), kSize, kSize, {id, 0, 0}, {}, {}};
 }
 
 /// The ids that wait, in order; their memory stays in use.
@@ -69,39 +68,45 @@ TEST(Backlog, IsQuickWhenItIsFull) {
   EXPECT_EQ(200'000U, backlog.dropped_transfers());
 }
 
-TEST(Intake, LosesNothingWhileNobodyFetchesAndKeepsTheOrder) {
+TEST(Intake, LosesNothingWhileNobodyFetchesAndKeepsTheOrderOfEachTransfer) {
   sockaddr_in at{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
   socklen_t length = sizeof at;
   std::vector<UdpSocket> sockets;
   for (int i = 0; i < 2; ++i) sockets.emplace_back(at);
   Intake intake(sockets, 64 << 20, false);
-  constexpr std::uint64_t kDatagrams = 6'000;  // more than an ordinary receive buffer holds
-  std::uint64_t sent[2]{}, got[3]{};
   const Fd sender(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  for (std::uint64_t i = 0; i < kDatagrams; ++i) {
+  constexpr int kSegment = 1400;
+  ASSERT_EQ(0, setsockopt(sender.get(), IPPROTO_UDP, UDP_SEGMENT, &kSegment, sizeof kSegment));
+  constexpr std::uint64_t kPairs = 3'000;  // more than an ordinary receive buffer holds
+  for (std::uint64_t i = 0; i < kPairs; ++i) {
     const UdpSocket& to = sockets[i % 2];
     ASSERT_EQ(0, getsockname(to.fd(), reinterpret_cast<sockaddr*>(&at), &length));
-    unsigned char datagram[1400] = {static_cast<unsigned char>(i % 2 + 1)};
-    const std::uint64_t number = sent[i % 2]++;
-    std::memcpy(datagram + 8, &number, sizeof number);
-    ASSERT_EQ(1400, sendto(sender.get(), datagram, sizeof datagram, 0,
-                           reinterpret_cast<sockaddr*>(&at), length));
+    unsigned char pair[2 * kSegment] = {};  // of two transfers; they may arrive as one message
+    for (const std::size_t begin : {0, kSegment}) {
+      pair[begin] = static_cast<unsigned char>(1 + 2 * (i % 2) + (begin > 0));
+      std::memcpy(pair + begin + 8, &i, sizeof i);
+    }
+    ASSERT_EQ(sizeof pair,
+              sendto(sender.get(), pair, sizeof pair, 0, reinterpret_cast<sockaddr*>(&at), length));
     // a small buffer must not overflow on a busy machine
     for (int waiting = 1; !to.is_roomy() && waiting > 0;) ioctl(to.fd(), FIONREAD, &waiting);
   }
   intake.finish();
+  std::uint64_t next[5] = {0, 0, 0, 1, 1}, got = 0;
   for (bool more = true; more;) {
     const Intake::Batch batch = intake.next(0ms);
     more = !batch.empty();
     for (const Taken& taken : batch) {
-      for (std::size_t from = 0; from < taken.size; from += taken.segment) {
+      for (std::size_t from = 0; from < taken.size; from += taken.segment, ++got) {
+        ASSERT_EQ(taken.key.id, taken.bytes[from]);
         std::uint64_t number = 0;
         std::memcpy(&number, taken.bytes.get() + from + 8, sizeof number);
-        ASSERT_EQ(got[taken.key.id]++, number);
+        ASSERT_EQ(next[taken.key.id], number);
+        next[taken.key.id] += 2;
       }
     }
   }
-  EXPECT_EQ(kDatagrams, got[1] + got[2]);
+  EXPECT_EQ(2 * kPairs, got);
   EXPECT_EQ(0U, intake.counts().kernel_drops);
   EXPECT_EQ(0U, intake.counts().memory);
 }

@@ -63,6 +63,7 @@ TEST(Options, RefuseWhatTheyCanNotMean) {
        {"", "10.1.2", "10.1.2.3/", "10.1.2.3/33", "10.1.2.3/-1", "1.2.3.4/8x",
         "1.2.3.4/00000000008"}},
       {"--listen", {"1:2:3"}},
+      {"--mode", {"", "8", "00666", "1777"}},
       {"--join", {"10.0.0.1", "239.1.2.3@nowhere"}}};
   for (const auto& [option, values] : bad_values) {
     for (const std::string& value : values) {

@@ -29,7 +29,10 @@ struct OutletTest : testing::Test {
 };
 
 TEST_F(OutletTest, NeverWaitsAndCountsWhatItDropped) {
+  const int next = dup(writer.get());
+  close(next);
   Outlet outlet(writer.get());
+  EXPECT_EQ(FD_CLOEXEC, fcntl(next, F_GETFD)) << "its own descriptor";
   for (int i = 0; i < 3000; ++i) outlet.put(line);  // three times what it holds; would hang
   EXPECT_LT(1500U, outlet.dropped());
   EXPECT_GT(2000U, outlet.dropped());

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 
 #include "receiver/tell/html.h"
@@ -54,7 +55,11 @@ TEST_F(Page, CountsTransfersPassesAndWhatIsMissing) {
   EXPECT_EQ(1U, count("Nothing is known to be missing."));
   content.transfers = {
       transfer(1, Outcome::kDelivered, 1e9), transfer(2, Outcome::kIncomplete, 1e9 + 1),
-      transfer(3, Outcome::kRefused, 1e9 + 2), transfer(3, Outcome::kDelivered, 1e9 + 3)};
+      transfer(3, Outcome::kRefused, 1e9 + 2), transfer(3, Outcome::kDelivered, 1e9 + 3),
+      transfer(4, Outcome::kReceiving, 1e9 + 4)};
+  content.transfers[4].missing = "2-100";
+  content.transfers[4].received_per_pass = {1};  // of a pass that is not over
+  content.transfers[4].repeated_per_pass = {0};
   content.transfers[1].missing = "2-3,100";
   content.transfers[1].received_per_pass = {90, 7};
   EXPECT_FALSE(content.is_whole());
@@ -103,6 +108,11 @@ TEST(Plots, SpreadLossAndRateOverTheirSpans) {
   EXPECT_FALSE(loss[1]);
   EXPECT_NEAR(138000 * 8 / 1048576.0 / 10, *rate[1], 1e-9);
   EXPECT_EQ(0, rate[3]);
+  for (double seconds = 10; seconds < 1e9; seconds *= 2) {
+    records[1].last_packet = 1000 + seconds;
+    const double width = timeline_of(records).width, day = 86400;
+    EXPECT_EQ(0, std::fmod(day, width) * std::fmod(width, day)) << seconds;
+  }
   records[1].first_packet = -1e300, records[1].last_packet = 1e300;  // no time
   EXPECT_EQ(timeline_of({records[0]}).spans, timeline_of(records).spans);
   EXPECT_EQ(10, loss_over(timeline_of(records), records)[0]);

@@ -9,6 +9,7 @@
 #include "receiver/base/passes.h"
 #include "receiver/ledger/journal.h"
 #include "receiver/ledger/ledger.h"
+#include "receiver/tell/summary.h"
 
 struct Report : testing::Test {
   Report() { setenv("TZ", "UTC-3", 1); }
@@ -20,7 +21,8 @@ struct Report : testing::Test {
     r.udata_size = 1400, r.size = parts * 1380 - 1, r.parts = parts, r.missing = missing;
     r.name = name, r.folder = "/in", r.source = "a:9", r.first_packet = 1e9, r.last_packet = 1.5;
     r.received = 4, r.repeated = 5, r.received_per_pass = received, r.repeated_per_pass = {0, 40};
-    r.outcome = outcome, r.why = why, r.delivered_to = "/d/in/" + name;
+    r.outcome = outcome, r.why = why;
+    r.delivered_to = parts == 3000 ? "/d/in/y" : "/d/in/" + name;
     r.asked_for = "in/x", r.lies_at = "in/y", r.collided = parts == 3000;
     ledger->save(r);
   }
@@ -54,9 +56,16 @@ first packet         outcome             bytes     lost  path
 2001-09-09 04:46:40  delivered         4139999   <0.1 %  in/п\x00\x1B\xC2\x9B\xC0\x9B\\  (trash journal)
     pass 1: 2999+0 of 3000, <0.1 % lost; pass 2: 1+40 of 3000 when complete
     its name was taken by a file of another path
+    kept as /d/in/y
 2 transfers: 1 delivered, 1 incomplete, 0 refused, 0 receiving; 4139999 bytes delivered; 1 name collided; first passes lost 11 of 3100 parts, 0.4 %
 )",
             print(false));
+}
+
+TEST_F(Report, TellsTimesThatThereAre) {
+  EXPECT_EQ("1970-01-01 03:00:00", local_time(0));
+  EXPECT_EQ("?", local_time(-1));
+  EXPECT_EQ("?", local_time(253402300800));
 }
 
 TEST(Passes, AreOverWhenRepairPartsCame) {

@@ -79,6 +79,7 @@ TEST_F(Receive, RunsAsAProgram) {
 TEST_F(Receive, AnswersSignalsAndMindsNoReader) {
   Sender sender, grouped;
   const std::string log = root / "log";
+  std::ofstream(log) << "before\n";
   const auto logged = [&](const std::string& text) {
     return eventually([&] { return contents(log).find(text) + 1 != 0; });
   };
@@ -100,6 +101,7 @@ TEST_F(Receive, AnswersSignalsAndMindsNoReader) {
   EXPECT_EQ("x", contents(into / "f (1)"));
   kill(program.pid, SIGUSR1);
   EXPECT_TRUE(logged("state: delivered=2 "));
+  EXPECT_EQ(0U, contents(log + ".1").find("before\n"));
   EXPECT_EQ(std::string::npos, contents(log + ".1").find("delivered"));
   EXPECT_EQ(0, program.end(SIGTERM));
   EXPECT_EQ("", contents(out));

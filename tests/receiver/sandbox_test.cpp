@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -112,12 +113,27 @@ TEST_F(Sandbox, CallsThatAReceiverDoesNotNeedFail) {
   int pair[2] = {};
   ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_DGRAM, 0, pair));
   const auto denied = [](auto result) { return result >= 0 || errno != EPERM; };
+  std::atomic<bool> confined{false}, escaped{true};
+  const auto enter = [&] {
+    std::thread([&] {  // none escapes that was there before
+      while (!confined) sched_yield();
+      escaped = denied(socket(AF_INET, SOCK_DGRAM, 0));
+      confined = false;
+    })
+        .detach();
+    return restrict_calls();
+  };
   const Calls calls = {
       {"send", [&] { return send(pair[0], "x", 1, 0) == 1; }},
       {"receive", [&] { return recv(pair[1], &at.sin_zero, 1, 0) == 1; }},
       {"chmod", [&] { return fchmod(file, 0777) == 0; }},
       {"signal", [] { return kill(getpid(), 0) == 0 && raise(SIGCONT) == 0; }},
       {"thread", [] { return std::thread([] {}).join(), true; }},
+      {"EARLIER",
+       [&] {
+         for (confined = true; confined;) sched_yield();
+         return escaped.load();
+       }},
       {"SOCKET", [&] { return denied(socket(AF_INET, SOCK_DGRAM, 0)); }},
       {"UNIX", [&] { return denied(socket(AF_UNIX, SOCK_STREAM, 0)); }},
       {"CONNECT", [&] { return denied(connect(udp, to, sizeof at)); }},
@@ -134,5 +150,5 @@ TEST_F(Sandbox, CallsThatAReceiverDoesNotNeedFail) {
       {"PTRACE", [&] { return denied(ptrace(PTRACE_TRACEME, 0, nullptr, nullptr)); }},
 #endif
   };
-  EXPECT_EQ("send receive chmod signal thread ", succeed(restrict_calls, calls));
+  EXPECT_EQ("send receive chmod signal thread ", succeed(enter, calls));
 }

@@ -73,14 +73,10 @@ struct Sealed : Receive {
       }
     }
   }
-  /// The datagrams of a pass without these parts.
-  static Strings without(const File& file, const std::vector<std::uint64_t>& lost,
-                         bool header = true) {
-    Strings sent;
-    if (header) sent.push_back(file.header());
-    for (std::uint64_t n = 1; n <= file.parts(); ++n) {
-      if (std::find(lost.begin(), lost.end(), n) == lost.end()) sent.push_back(file.part(n));
-    }
+  /// The datagrams of a pass without these, in order: 0 is the header packet.
+  static Strings without(const File& file, const std::vector<std::ptrdiff_t>& lost) {
+    Strings sent = file.pass();
+    for (auto each = lost.rbegin(); each != lost.rend(); ++each) sent.erase(sent.begin() + *each);
     return sent;
   }
   const File file{7, "f", random_bytes(20 * 1380 + 5, 3), "in"};
@@ -119,7 +115,7 @@ TEST_F(Sealed, ARecordStandsInForTheHeaderPacketsThatNeverCame) {
   feed(SealOf(File{9, "s", "few bytes"}, 4).pass());
   pass_time(1.1);
   EXPECT_EQ("few bytes", contents(into / "дир/文書"));
-  feed(without(file, {2}, false));  // kept without a header packet
+  feed(without(file, {0, 2}));  // kept without a header packet
   feed(SealOf(file, 4).pass());
   pass_time(1.1);
   EXPECT_TRUE(file.bytes == contents(into / "дир/文書 (1)")) << "another path's has the name";
