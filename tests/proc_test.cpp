@@ -1,6 +1,5 @@
 #include "proc/proc.h"
 
-#include <dlfcn.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -16,15 +15,6 @@ static std::function<void()> before_write = [] {}, after_write = [] {};  ///< of
 pid_t setsid() noexcept {
   on_setsid();
   return static_cast<pid_t>(syscall(SYS_setsid));
-}
-
-static bool can_fork = true;
-
-pid_t fork() noexcept {
-  static const auto real = reinterpret_cast<pid_t (*)()>(dlsym(RTLD_NEXT, "fork"));
-  if (can_fork) return real();
-  errno = EAGAIN;
-  return -1;
 }
 
 ssize_t pwrite(int fd, const void* bytes, size_t size, off_t at) {
@@ -123,16 +113,6 @@ TEST_F(Lock, TakesARequestAsSoonAsTheForegroundHasEnded) {
   EXPECT_NE(-1, wait(&ended));
   EXPECT_EQ(9, WEXITSTATUS(ended));
   on_setsid = [] {};
-}
-
-TEST_F(Lock, StaysWithAForegroundThatCannotStartADaemon) {
-  const auto start = [this] {
-    Proc owner(name, dir.root);
-    can_fork = false;
-    owner.daemon_mode();
-  };
-  EXPECT_EXIT((show_all(), start()), testing::ExitedWithCode(255),
-              "^Error: Start Daemon failed .Resource temporarily unavailable.\n$");
 }
 
 TEST_F(Lock, IsLeftToACopyThatHasTakenItMeanwhile) {

@@ -191,6 +191,7 @@ TEST_F(Trash, GetsTheSentFileAndALineForEachOne) {
   move(sent("f"));
   move(sent("f", "2"));
   const std::string line = name + " " + f + "\n";
+  EXPECT_EQ(fs::perms::none, fs::status(dir.path(journal)).permissions() & fs::perms(0111));
   EXPECT_EQ("trash/" + name.substr(0, 14) + "=2 " + journal + "=" + line + line + " ", left());
   SourceFile changed = sent("f", "1");
   rename_over(f, "next");

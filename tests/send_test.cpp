@@ -119,6 +119,7 @@ TEST_F(Sending, SendsOnlyWhatCanGoOutWhole) {
   EXPECT_EQ(0, mkfifo(pipe.c_str(), 0600));
   for (const auto& path : {dir.root, pipe, f, std::string()})
     EXPECT_EQ(kNotSent, SendFile(path, "", 0)) << path;
+  EXPECT_EQ("\nName for file to send not found.", console.str());
   const std::function<void()> changes[] = {
       [&] { fs::resize_file(f, 1); }, [&] { fs::resize_file(f, 4000); },
       [&] { fs::last_write_time(f, {}); }, [&] { fs::rename(dir.file("g"), f); }};
@@ -144,6 +145,16 @@ TEST_F(Sending, SendsOnlyWhatCanGoOutWhole) {
   settings.head_send = 1, settings.data_send = 0;
   EXPECT_EQ(kNotSent, send("x"));
   EXPECT_EQ((decltype(metrics.failed){3, 4, 1, 0, 0, 0}), metrics.failed);
+}
+
+TEST_F(Sending, TellsMetricsBetweenHeaderPacketsToo) {
+  settings.metrics = dir.path("m"), settings.head_send = 2;
+  begin_metrics();
+  fs::remove(settings.metrics);
+  int told = 0;
+  on_pause = [&](std::uint32_t) { time_passed += 6, told += dir.exists("m") ? 1 : 0; };
+  EXPECT_EQ(kSent, send(""));
+  EXPECT_LT(1, told) << "after the second packet of the first pass";
 }
 
 /// Later than any look for a stop so far, s.

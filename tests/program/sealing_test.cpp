@@ -10,8 +10,8 @@ namespace {
 const std::string kSeed = "9d61b19deffd5a60ba844af492ec2cc44449c5697b326919703bac031cae7f60";
 const std::string kPublic = "d75a980182b10ab7d54bfed3c964073a0ee172f3daa62325af021a68f707511a";
 // BLAKE2b-256 of "" and of "abc", by Python's hashlib
-const std::string kEmpty = "0e5751c026e543b2e8ab2eb06099daa1d1e5df47778f7787faab45cdf12fe3a8";
-const std::string kAbc = "bddd813c634239723171ef3fee98579b94964e3bb1cb3e427262c8c068d52319";
+constexpr const char* kEmpty = "0e5751c026e543b2e8ab2eb06099daa1d1e5df47778f7787faab45cdf12fe3a8";
+constexpr const char* kAbc = "bddd813c634239723171ef3fee98579b94964e3bb1cb3e427262c8c068d52319";
 
 struct Sealing : testing::Test {
   TempDir home;
@@ -91,7 +91,7 @@ TEST_F(Sealing, FollowsEveryFileWithItsProofAndRepairParts) {
 
   const std::string record = names(seal[0]).at(2);
   const std::size_t signed_end = record.find(" sig=");
-  EXPECT_EQ(record_of(transfers[0][0], " b2=" + kAbc +
+  EXPECT_EQ(record_of(transfers[0][0], " b2=" + std::string(kAbc) +
                                            " mtime=-2.000000005 mode=0604 name=%D0%96%20%25.bin "
                                            "folder=/sub k=1 r=4 window=12157 key=" +
                                            kPublic),
@@ -116,22 +116,19 @@ TEST_F(Sealing, FollowsEveryFileWithItsProofAndRepairParts) {
 
 TEST_F(Sealing, FollowsAnEmptyFileAndTheTrashJournalToo) {
   home.write("tarnwick_cfg", "p:" + net.port + "\nf:in\nu:1\nd:1\nc:0\n--seal\n");
-  home.write("in/empty", "");
-  home.write("TRASH_FOLDER/trash_log", "abc");
-  Program files(home, {});
-  EXPECT_EQ(0, files.wait());
-  Program journal(home, {"-m:4"});
-  EXPECT_EQ(0, journal.wait());
-  const auto transfers = by_transfer(net.packets());
-  ASSERT_EQ(4U, transfers.size());
-  for (const std::size_t i : {0U, 2U}) {
-    ASSERT_EQ(1U, transfers[i + 1].size());
-    expect_sealed(transfers[i][0], transfers[i + 1][0], 0);
-    const std::string record = names(transfers[i + 1][0]).at(2);
-    const std::string begin = record_of(transfers[i][0], " b2=" + (i == 0 ? kEmpty : kAbc));
-    EXPECT_EQ(begin, record.substr(0, begin.size()));
-    const std::string name = i == 0 ? "empty" : "trash_log";
-    EXPECT_NE(std::string::npos, record.find(" name=" + name + " folder="));
+  home.write("in/empty", ""), home.write("TRASH_FOLDER/trash_log", "abc");
+  const struct {
+    const char *mode, *name, *hash;
+  } files[] = {{"-m:0", "empty", kEmpty}, {"-m:4", "trash_log", kAbc}};
+  for (const auto& [mode, name, hash] : files) {
+    EXPECT_EQ(0, Program(home, {mode}).wait());
+    const auto transfers = by_transfer(net.packets());
+    ASSERT_EQ(2U, transfers.size());
+    ASSERT_EQ(1U, transfers[1].size());
+    expect_sealed(transfers[0][0], transfers[1][0], 0);
+    const std::string record = names(transfers[1][0]).at(2);
+    EXPECT_EQ(0U, record.find(record_of(transfers[0][0], std::string(" b2=") + hash)));
+    EXPECT_NE(std::string::npos, record.find(std::string(" name=") + name + " folder="));
     EXPECT_EQ(std::string::npos, record.find(" k="));
   }
 }

@@ -108,7 +108,10 @@ class TempDir {
 /// A running program; at the end it is killed if need be.
 class Program {
  public:
-  Program(const TempDir& home, std::vector<std::string> options, const char* locale = "C.UTF-8") {
+  /// `in_child` comes right before the program.
+  Program(
+      const TempDir& home, std::vector<std::string> options,
+      const std::function<void()>& in_child = [] {}) {
     int ends[2];
     EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
     const Fd its_input(ends[0]);
@@ -120,13 +123,14 @@ class Program {
     std::vector<char*> argv;
     for (std::string& option : options) argv.push_back(option.data());
     argv.push_back(nullptr);
-    setenv("LC_ALL", locale, 1);
+    setenv("LC_ALL", "C.UTF-8", 1);
     pid = fork();
     if (pid != 0) return;
     prctl(PR_SET_PDEATHSIG, SIGKILL);  // a test that crashes leaves nothing running
     dup2(its_input.get(), STDIN_FILENO);
     dup2(out_.get(), STDOUT_FILENO);
     dup2(err_.get(), STDERR_FILENO);
+    in_child();
     if (chdir(home.path("").c_str()) == 0) execv(TARNWICK, argv.data());
     _exit(127);
   }

@@ -92,9 +92,6 @@ TEST_F(Terminal, IsLeftAloneByABackgroundJob) {
   EXPECT_EQ(std::string::npos, read_file(stat).find(") T "));
   kill(job, SIGTERM);
   EXPECT_EQ(SIGTERM, end_shell());
-  home.write("in/\x1b[2J\xff日", "x");
-  const std::string raw = "file " + home.path("in/\x1b[2J\xff日 was removed.");
-  EXPECT_NE(std::string::npos, Program(home, {"-m:0"}).told().find(raw));
 }
 
 TEST_F(Terminal, KeepsItsEchoHoweverOftenTheProgramIsInterrupted) {
