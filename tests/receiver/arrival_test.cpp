@@ -2,30 +2,24 @@
 #include "receiver/assemble/arrival.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <deque>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <sstream>
 
 #include "receiver/assemble/arrivals.h"
 #include "receiver/assemble/contested.h"
 #include "receiver/assemble/settled_transfers.h"
 #include "receiver/assemble/stash.h"
+#include "tests/receiver/folder.h"
 
 static std::size_t most_written;      // bytes of a call
 static std::deque<int> write_errors;  // of the next calls; 0: none
-static int writes;
 
 ssize_t pwritev(int fd, const iovec* parts, int count, off_t at) {
-  ++writes;
   int error = count > IOV_MAX ? EINVAL : 0;
   if (!write_errors.empty()) error = write_errors.front(), write_errors.pop_front();
   if (error != 0) return errno = error, -1;
@@ -37,71 +31,50 @@ ssize_t pwritev(int fd, const iovec* parts, int count, off_t at) {
 
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr std::uint64_t kPart = 1380;
 constexpr TransferKey kKey{1, 2, 3};
 
-struct Arriving : testing::Test {
-  Arriving() { most_written = SIZE_MAX, writes = 0, write_errors.clear(); }
-  ~Arriving() override { fs::remove_all(root); }
+struct Arriving : InFolder {
+  Arriving() { most_written = SIZE_MAX, write_errors.clear(); }
 
   static TransferRecord record(std::uint64_t parts) {
-    TransferRecord r;
-    r.key = kKey, r.udata_size = 1400, r.parts = parts, r.size = parts * kPart - 7;
-    r.path_crc = 5, r.send_time = 9, r.name = "f";
-    return r;
+    return begin_record(header(parts), kKey, "UTF-8", "", 0);
   }
   static HeaderPacket header(std::uint64_t parts) {
     return {kKey.id, parts * kPart - 7, 1400, 5, 9, 0, "f", "d", ""};
   }
   /// The bytes of the file of `parts` parts.
-  static const std::string& bytes_of(std::uint64_t parts) {
-    static std::string bytes;
-    for (std::size_t i = bytes.size(); i < parts * kPart - 7; ++i)
-      bytes += static_cast<char>(i * 7 / 3);
-    return bytes.resize(parts * kPart - 7), bytes;
+  static std::string bytes_of(std::uint64_t parts) {
+    std::string bytes;
+    while (bytes.size() < parts * kPart - 7) bytes += static_cast<char>(bytes.size() * 7 / 3);
+    return bytes;
   }
   static bool take(Arrival& arrival, std::uint64_t n, std::uint64_t last) {
+    static const std::string bytes = bytes_of(1301);
     for (; n <= last; ++n) {
-      const std::string& bytes = bytes_of(arrival.counts().parts);
       const auto* at = reinterpret_cast<const unsigned char*>(bytes.data()) + (n - 1) * kPart;
-      if (!arrival.take_part({kKey.id, n, at, std::min(kPart, bytes.size() - (n - 1) * kPart)}))
-        return false;
+      const std::uint64_t length = n == arrival.counts().parts ? kPart - 7 : kPart;
+      if (!arrival.take_part({kKey.id, n, at, length})) return false;
     }
     return true;
   }
-  std::string stored() const {
-    std::ostringstream all;
-    all << std::ifstream(root / key_text(kKey), std::ios::binary).rdbuf();
-    return all.str();
-  }
+  std::string stored() const { return contents(root / key_text(kKey)); }
 
-  std::string made = fs::temp_directory_path() / "arrival_XXXXXX";
-  const fs::path root = mkdtemp(made.data());
   PartFiles files{Fd(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))};
 };
 
 TEST_F(Arriving, PartsAreStoredHoweverLittleTheDiskTakesAtOnce) {
-  for (const std::size_t most : {std::size_t{1}, std::size_t{1379}, std::size_t{1380},
+  const std::string bytes = bytes_of(1301);
+  for (const std::size_t most : {std::size_t{700}, std::size_t{1379}, std::size_t{1380},
                                  std::size_t{1381}, std::size_t{3000}, SIZE_MAX}) {
     most_written = most, write_errors = {EINTR};
-    Arrival arrival(record(4), files);
-    EXPECT_TRUE(take(arrival, 1, 4));
+    Arrival arrival(record(1301), files);  // more parts than one call takes
+    EXPECT_TRUE(take(arrival, 1, 1301));
     EXPECT_TRUE(arrival.is_complete()) << "the last one is written at once";
     EXPECT_EQ(0, arrival.write_error()) << most;
-    EXPECT_TRUE(bytes_of(4) == stored()) << most;
+    EXPECT_TRUE(bytes == stored()) << most;
     files.drop(kKey);
   }
-}
-
-TEST_F(Arriving, MorePartsThanOneCallTakesAreWrittenWithSeveral) {
-  Arrival arrival(record(1301), files);
-  EXPECT_TRUE(take(arrival, 1, 1300));
-  arrival.flush();
-  EXPECT_EQ(1300U, arrival.counts().received);
-  EXPECT_EQ(3, writes);
-  EXPECT_TRUE(bytes_of(1301).substr(0, 1300 * kPart) == stored());
 }
 
 TEST_F(Arriving, WhatCanNotBeWrittenStaysMissingAndIsCounted) {
@@ -182,54 +155,63 @@ TEST_F(Arriving, GoesOnWhereAnEarlierRunEnded) {
   }
 }
 
-TEST_F(Arriving, SumsChangesAndTurnsAreThoseOfAllArrivals) {
-  Arrivals all;
-  for (std::uint64_t id = 1; id <= 3; ++id) {
-    TransferRecord r = record(10);
-    r.key = {id, static_cast<std::uint32_t>(id / 3), 0};
-    all.add(Arrival(r, files));
+/// Three files of ten parts, the last one from an address of its own.
+struct Several : Arriving {
+  Several() { bring(first, 1, 2); }
+  Arrivals three() {
+    Arrivals three;
+    for (const TransferKey key : {TransferKey{1, 0, 0}, {2, 0, 0}, {3, 1, 0}}) {
+      TransferRecord r = record(10);
+      r.key = key;
+      three.add(Arrival(r, files));
+    }
+    return three;
   }
-  EXPECT_EQ(30U, all.sums().missing);
-  EXPECT_EQ(2U, all.growing_from(0));
-  EXPECT_TRUE(all.changed(9).empty()) << "nothing has come yet";
-  Arrival& first = *all.find({1, 0, 0});
-  EXPECT_TRUE(take(first, 1, 2));
-  first.flush();
-  all.note_packet(first, {5, 6});
+  void bring(Arrival& arrival, std::uint64_t from, std::uint64_t to) {
+    EXPECT_TRUE(take(arrival, from, to));
+    arrival.flush();
+    all.note_packet(arrival, {5, 6});
+  }
+  Arrivals all = three();
+  Arrival &first = *all.find({1}), &second = *all.find({2});
+};
+
+TEST_F(Several, HaveTheSumsOfEachAndAreSavedOnceForEachChange) {
   EXPECT_EQ(28U, all.sums().missing);
-  EXPECT_EQ(2 * kPart, all.sums().promised);
-  EXPECT_EQ(2U, all.most_silent()->key().id);
-  EXPECT_EQ(2U, all.most_silent_from(0)->key().id);
-  EXPECT_TRUE(all.has_changes());
+  EXPECT_EQ(2 * kPart, all.sums().promised) << "no more than came";
   EXPECT_TRUE(all.changed(0).empty());
   const auto changed = all.changed(9);
-  ASSERT_EQ(1U, changed.size());
+  ASSERT_EQ(1U, changed.size()) << "nothing has come of the others";
   EXPECT_EQ(6, changed[0].last_packet);
   EXPECT_TRUE(all.changed(9).empty());
   all.not_saved(changed);
   EXPECT_EQ(1U, all.changed(9).size());
   all.all_changed();
   EXPECT_EQ(1U, all.changed(9).size());
+  EXPECT_TRUE(take(second, 1, 1));
+  second.flush();
+  for (const std::uint64_t id : {1U, 1U, 2U}) all.erase({id});
+  EXPECT_EQ(10U, all.sums().missing);
+  EXPECT_EQ(0U, all.sums().promised);
+  EXPECT_EQ(nullptr, all.most_silent_from(0));
+  EXPECT_EQ(1U, all.growing() + all.aside());
+}
+
+TEST_F(Several, GrowOrWaitInTurn) {
+  EXPECT_EQ(&second, all.most_silent());
+  EXPECT_EQ(&second, all.most_silent_from(0));
   all.set_aside(first, 10);
-  EXPECT_TRUE(all.is_aside({1, 0, 0}));
   EXPECT_EQ(1U, all.growing_from(0));
   EXPECT_EQ(nullptr, all.due(9.9));
   EXPECT_EQ(&first, all.due(10));
-  all.note_packet(first, {11, 12});
-  EXPECT_FALSE(all.is_aside({1, 0, 0})) << "more may come";
+  bring(first, 3, 3);
+  EXPECT_FALSE(all.is_aside({1})) << "more may come";
   EXPECT_EQ(2U, all.growing_from(0));
-  EXPECT_TRUE(take(first, 3, 10));
-  all.set_aside(first, 10);
-  all.note_packet(first, {11, 12});
-  EXPECT_TRUE(all.is_aside({1, 0, 0})) << "it is whole";
-  EXPECT_TRUE(take(*all.find({2, 0, 0}), 1, 1));
-  all.find({2, 0, 0})->flush();
-  for (const std::uint64_t id : {1U, 1U, 2U}) all.erase({id, 0, 0});
-  EXPECT_EQ(10U, all.sums().missing);
-  EXPECT_EQ(0U, all.sums().promised);
-  EXPECT_EQ(0U, all.growing_from(0));
-  EXPECT_EQ(nullptr, all.most_silent_from(0));
-  EXPECT_EQ(1U, all.growing() + all.aside());
+  EXPECT_TRUE(take(first, 4, 10));
+  for (Arrival* each : {&first, &second, &first}) all.set_aside(*each, 10);
+  EXPECT_EQ(&second, all.due(10)) << "behind those that are aside";
+  bring(first, 1, 1);
+  EXPECT_TRUE(all.is_aside({1})) << "it is whole";
 }
 
 TEST(Stash, ForgetsTheOldestPartsOfTheMostSilentAndHasItsRoomBack) {
@@ -247,17 +229,16 @@ TEST(Stash, ForgetsTheOldestPartsOfTheMostSilentAndHasItsRoomBack) {
     return parts;
   };
   for (int round = 0; round < 9; ++round) {  // as full each time
-    put(1, 7, 0), put(1, 6, 0), put(1, 5, 0);
+    for (const std::uint64_t n : {7U, 6U, 5U}) put(1, n, 0);
     EXPECT_EQ("7 6 5 ", take(1)) << round;
-    put(1, 1, 0), put(2, 1, 0);
-    EXPECT_EQ("1 ", take(1));
-    EXPECT_EQ("1 ", take(2));
+    for (const std::uint64_t id : {1U, 2U}) put(id, 1, 0);
+    EXPECT_EQ("1 1 ", take(1) + take(2)) << round;
   }
-  EXPECT_EQ("", take(1));
   EXPECT_EQ(0U, stash.forgotten());
-  put(1, 1, 0), put(1, 2, 0), put(1, 3, 0), put(1, 4, 0);
+  for (const std::uint64_t n : {1U, 2U, 3U, 4U}) put(1, n, 0);
   EXPECT_EQ(1U, stash.forgotten());
-  put(2, 1, 0), put(1, 5, 0), put(1, 6, 0);  // 2 is the most silent now
+  put(2, 1, 0);
+  for (const std::uint64_t n : {5U, 6U}) put(1, n, 0);  // 2 is the most silent now
   EXPECT_EQ("", take(2));
   EXPECT_EQ("4 5 6 ", take(1));
   const std::uint64_t forgotten = stash.forgotten();
@@ -268,28 +249,18 @@ TEST(Stash, ForgetsTheOldestPartsOfTheMostSilentAndHasItsRoomBack) {
   EXPECT_EQ("1 2 ", take(1)) << "not longer than 5 s";
 }
 
-TEST(KeptKeys, AreForgottenInTimeOrForNewerOnes) {
+TEST(KeptKeys, AreForgottenForNewerOnes) {
   Contested contested;
-  contested.add({1}, 10);
-  EXPECT_FALSE(contested.hear({2}, 11));
-  EXPECT_TRUE(contested.hear({1}, 11));
-  contested.expire(16, 5);
-  EXPECT_TRUE(contested.hear({1}, 11));
-  contested.expire(16.1, 5);
-  EXPECT_FALSE(contested.hear({1}, 11));
-  for (std::uint64_t id = 0; id <= Contested::kMost; ++id) contested.add({id}, 0);
   std::size_t kept = 0;
+  for (std::uint64_t id = 0; id <= Contested::kMost; ++id) contested.add({id}, 0);
   for (std::uint64_t id = 0; id <= Contested::kMost; ++id) kept += contested.hear({id}, 0) ? 1 : 0;
   EXPECT_EQ(Contested::kMost, kept);
   SettledTransfers settled;
   for (std::uint64_t id = 0; id <= SettledTransfers::kMost; ++id) settled.add({id}, id);
   EXPECT_FALSE(settled.has({0}));
   EXPECT_TRUE(settled.has({1}, 1));
-  EXPECT_FALSE(settled.has({1}, 2));
   settled.add({1}, 2);
   EXPECT_TRUE(settled.has({1}, 2));
-  settled.forget({1});
-  EXPECT_FALSE(settled.has({1}));
 }
 
 }  // namespace

@@ -4,20 +4,16 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/mount.h>
 
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <random>
 
 #include "receiver/options.h"
 #include "receiver/receiver.h"
+#include "tests/receiver/folder.h"
 #include "wire/crc32.h"
 
-namespace fs = std::filesystem;
 using Strings = std::vector<std::string>;
 
 inline std::string le(std::uint64_t value, unsigned bytes) {
@@ -77,12 +73,6 @@ inline std::vector<char*> to_argv(Strings& arguments) {
   return argv;
 }
 
-inline std::string contents(const fs::path& path) {
-  std::ostringstream bytes;
-  bytes << std::ifstream(path, std::ios::binary).rdbuf();
-  return bytes.str();
-}
-
 inline sockaddr_in from(const char* address, std::uint16_t port = 0) {
   return {AF_INET, htons(port), {inet_addr(address)}, {}};
 }
@@ -93,18 +83,13 @@ extern std::function<void()> on_act;
 extern int move_error;
 extern std::optional<ino_t> read_only_folder;  ///< moves to it fail with EROFS
 
-struct Receive : testing::Test {
+struct Receive : InFolder {
   Receive() {
     int ends[2];
     EXPECT_EQ(0, pipe2(ends, O_CLOEXEC | O_NONBLOCK));
     shown_to = Fd(ends[0]), shown_by = Fd(ends[1]);
     outlet = std::make_unique<Outlet>(shown_by.get());
     events = std::make_unique<Events>(true, *outlet, *outlet);
-  }
-  void TearDown() override {
-    stop();
-    umount2(into.c_str(), MNT_DETACH);
-    fs::remove_all(root);
   }
   /// Anew; goes on with what an earlier one left.
   void start(const Strings& more = {}) {
@@ -174,8 +159,6 @@ struct Receive : testing::Test {
   Now now{1000, 1.8e9};
   std::string shown;
   Fd shown_to, shown_by;  ///< a pipe: no limit on files may stop it
-  std::string error, made = fs::temp_directory_path() / "receive_XXXXXX";
-  const fs::path root = mkdtemp(made.data());
   const fs::path into = root / "in", hidden = into / ".tarnwick", out = root / "out";
   Options options;
   std::unique_ptr<Outlet> outlet;

@@ -2,16 +2,13 @@
 #include "receiver/ledger/ledger.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 
-#include <filesystem>
-#include <fstream>
+#include "tests/receiver/folder.h"
 
-struct LedgerTest : testing::Test {
-  void TearDown() override { std::filesystem::remove_all(dir); }
+namespace {
+
+struct LedgerTest : InFolder {
   static std::string save(Ledger& to, std::uint64_t id, Outcome outcome, std::size_t missing = 0) {
     TransferRecord record;
     record.key.id = id, record.first_packet = -static_cast<double>(id), record.outcome = outcome;
@@ -28,13 +25,10 @@ struct LedgerTest : testing::Test {
     record.key.id = id;
     return in.find(record);
   }
-  static std::string contents(const std::string& path) {
-    std::string text;
-    std::getline(std::ifstream(path), text);
-    return text;
+  void overwrite(std::streamoff at, const std::string& bytes) const {
+    std::fstream(file, std::ios::in | std::ios::out).seekp(at) << bytes;
   }
-  std::string error, dir = std::filesystem::temp_directory_path() / "ledger_XXXXXX";
-  std::string file = std::string(mkdtemp(dir.data())) + "/ledger";
+  const std::string file = root / "ledger";
 };
 
 TEST_F(LedgerTest, IsReadWhileItIsWrittenAndKilledLeavesNoHalfTransaction) {
@@ -57,136 +51,92 @@ TEST_F(LedgerTest, IsReadWhileItIsWrittenAndKilledLeavesNoHalfTransaction) {
 TEST_F(LedgerTest, IsReadByThoseWhoMayWriteNothing) {
   save(*Ledger::open(file, error), 1, Outcome::kDelivered);
   const uid_t own = geteuid();
-  std::filesystem::permissions(file, std::filesystem::perms(0444));
-  std::filesystem::permissions(dir, std::filesystem::perms(0555));
+  fs::permissions(file, fs::perms(0444));
+  fs::permissions(root, fs::perms(0555));
   ASSERT_EQ(0, seteuid(own == 0 ? 65534 : own));
   const auto reader = Ledger::open_to_read(file, error);
   const std::string writer = Ledger::open(file, error) ? "opened" : error;
   ASSERT_EQ(0, seteuid(own));
-  std::filesystem::permissions(dir, std::filesystem::perms(0755));
+  fs::permissions(root, fs::perms(0755));
   ASSERT_TRUE(reader) << error;
   EXPECT_EQ("1 ", ids(*reader));
   EXPECT_NE("opened", writer);
-  EXPECT_FALSE(std::filesystem::exists(file + "-shm"));
+  EXPECT_FALSE(fs::exists(file + "-shm"));
 }
 
 TEST_F(LedgerTest, TellsOfAFullDiskAndGoesOnAfterIt) {
   const auto ledger = Ledger::open(file, error);
-  rlimit limit{};
-  const rlimit small{1 << 19, RLIM_INFINITY};
-  (void)signal(SIGXFSZ, SIG_IGN);
-  ASSERT_EQ(0, prlimit(0, RLIMIT_FSIZE, &small, &limit));
-  const std::string alone = save(*ledger, 1, Outcome::kIncomplete, 1 << 20);
-  ledger->begin();
-  for (const std::size_t size : {0U, 1U << 20, 1U << 22})
-    save(*ledger, size, Outcome::kIncomplete, size);
-  EXPECT_NE("", alone);
-  EXPECT_NE("", ledger->commit());
-  setrlimit(RLIMIT_FSIZE, &limit);
+  {
+    const FullDisk full(1 << 19);
+    EXPECT_NE("", save(*ledger, 1, Outcome::kIncomplete, 1 << 20));
+    ledger->begin();
+    for (const std::size_t size : {0U, 1U << 20, 1U << 22})
+      save(*ledger, size, Outcome::kIncomplete, size);
+    EXPECT_NE("", ledger->commit());
+  }
   EXPECT_EQ("", save(*ledger, 1, Outcome::kIncomplete, 1 << 20));
   EXPECT_EQ("1 ", ids(*ledger));
 }
 
 TEST_F(LedgerTest, TakesOverTheTablesOfTheFirstSchemaWholeOrNotAtAll) {
-  sqlite3* old = nullptr;
-  sqlite3_open(file.c_str(), &old);
-  EXPECT_EQ(SQLITE_OK, sqlite3_exec(old, R"(
-CREATE TABLE transfers(
-  id INTEGER PRIMARY KEY, send_time INTEGER NOT NULL, path_crc INTEGER NOT NULL,
-  file_kind INTEGER NOT NULL, udata_size INTEGER NOT NULL, size INTEGER NOT NULL,
-  name NOT NULL, folder NOT NULL, source NOT NULL,
-  first_packet REAL NOT NULL, last_packet REAL NOT NULL,
-  parts INTEGER NOT NULL, received INTEGER NOT NULL, repeated INTEGER NOT NULL,
-  differing INTEGER NOT NULL, received_per_pass TEXT NOT NULL, repeated_per_pass TEXT NOT NULL,
-  missing TEXT NOT NULL, outcome TEXT NOT NULL, why NOT NULL, delivered_to NOT NULL);
-CREATE INDEX transfers_by_time ON transfers(first_packet);
-CREATE INDEX transfers_by_outcome ON transfers(outcome, first_packet);
-CREATE INDEX transfers_by_journal ON transfers(id & 4294967295, send_time & 4294967295, path_crc);
-CREATE TABLE journal(
-  place INTEGER PRIMARY KEY, sent INTEGER NOT NULL, id_low INTEGER NOT NULL,
-  crc INTEGER NOT NULL, path NOT NULL, UNIQUE(sent, id_low, crc, path));
-INSERT INTO transfers VALUES(-1, 9, 204, 0, 1400, 5, 'n', '/a/../b', '1.2.3.4:99', 1.5, 2.5, 1, 1, 0,
-  0, '1', '0,2', '', 'delivered', '', 'in/a/%2E%2E/b/n (1)');
-INSERT INTO transfers VALUES(7, 9, 205, 0, 1400, 1400, 'm', '', 'x', 3.5, 4.5, 2, 1, 0,
-  0, '1', '', '2', 'receiving', '', '');
-INSERT INTO journal VALUES(3, 9, 4294967295, 204, 'p');
-PRAGMA user_version = 1)",
-                                    nullptr, nullptr, nullptr));
-  for (int i = 0; i < 5000; ++i) {
-    const std::string row = "INSERT INTO transfers SELECT 1000 + " + std::to_string(i) +
-                            ", 9, 1, 0, 1400, 0, 'n', '', '', 9, 9, 0, 0, 0, 0, '', '', '', "
-                            "'refused', '', ''";
-    if (i == 0) sqlite3_exec(old, "BEGIN", nullptr, nullptr, nullptr);
-    sqlite3_exec(old, row.c_str(), nullptr, nullptr, nullptr);
-  }
-  sqlite3_exec(old, "COMMIT", nullptr, nullptr, nullptr);
-  sqlite3_close(old);
+  OtherProgram(file).run(contents(TESTS "/first_schema.sql"));
   EXPECT_FALSE(Ledger::open_to_read(file, error));
-  rlimit limit{};
-  const rlimit small{1 << 16, RLIM_INFINITY};
-  (void)signal(SIGXFSZ, SIG_IGN);
-  ASSERT_EQ(0, prlimit(0, RLIMIT_FSIZE, &small, &limit));
-  EXPECT_FALSE(Ledger::open(file, error)) << "the disk is full";
-  setrlimit(RLIMIT_FSIZE, &limit);
-  auto ledger = Ledger::open(file, error);
-  ASSERT_TRUE(ledger) << error;
-  ledger.reset();
-  sqlite3_open(file.c_str(), &old);  // the second schema lacked this table
-  sqlite3_exec(old, "DROP TABLE refusals; PRAGMA user_version = 2", nullptr, nullptr, nullptr);
-  sqlite3_close(old);
-  ledger = Ledger::open(file, error);
+  {
+    const FullDisk full(1 << 16);
+    EXPECT_FALSE(Ledger::open(file, error));
+  }
+  EXPECT_TRUE(Ledger::open(file, error)) << error;
+  // the second schema lacked this table
+  OtherProgram(file).run("DROP TABLE refusals; PRAGMA user_version = 2");
+  const auto ledger = Ledger::open(file, error);
   ASSERT_TRUE(ledger) << error;
   EXPECT_EQ(5002U, ledger->all({}).size());
   EXPECT_EQ(0U, ledger->refusals().size());
   EXPECT_EQ("", ledger->read_error());
   const TransferRecord one = ledger->all(Outcome::kDelivered).at(0);
-  EXPECT_TRUE((one.key == TransferKey{UINT64_MAX, 0x01020304, 99}));
+  const Origin origin{0x01020304, 204};
+  EXPECT_EQ("FFFFFFFFFFFFFFFF-01020304-0063", key_text(one.key));
   EXPECT_EQ("a/%2E%2E/b/n", one.asked_for);
   EXPECT_EQ("a/%2E%2E/b/n (1)", one.lies_at);
-  EXPECT_EQ(2U, one.repeated_per_pass.size());
+  EXPECT_EQ((std::vector<std::uint64_t>{0, 2}), one.repeated_per_pass);
   EXPECT_TRUE(ledger->find(one));
-  EXPECT_TRUE((ledger->owner_of(one.lies_at) == Origin{0x01020304, 204}));
-  EXPECT_EQ(one.lies_at, ledger->place_of(one.asked_for, {0x01020304, 204}));
-  EXPECT_TRUE((ledger->all(Outcome::kReceiving).at(0).key == TransferKey{7, 0, 0}));
-  for (const std::uint32_t sender : {0x01020304U, 5U}) {  // what was there is of any sender
-    EXPECT_EQ("", ledger->add_journal({{9, UINT32_MAX, 204, "p", sender}}));
+  EXPECT_TRUE(ledger->owner_of(one.lies_at) == origin);
+  EXPECT_EQ(one.lies_at, ledger->place_of(one.asked_for, origin));
+  EXPECT_TRUE((ledger->all(Outcome::kReceiving).at(0).key == TransferKey{7}));
+  for (const std::string path : {"p", "q"}) {  // p was there, of any sender
+    for (const std::uint32_t sender : {origin.address, 5U})
+      EXPECT_EQ("", ledger->add_journal({{9, UINT32_MAX, 204, path, sender}}));
   }
-  ASSERT_EQ(1U, ledger->match_journal().size());
-  EXPECT_TRUE(ledger->match_journal()[0].transfer);
-  for (const std::uint32_t sender : {0x01020304U, 5U}) {
-    EXPECT_EQ("", ledger->add_journal({{9, UINT32_MAX, 204, "q", sender}}));
-  }
-  ASSERT_EQ(3U, ledger->match_journal().size());
-  EXPECT_TRUE(ledger->match_journal()[1].transfer);
-  EXPECT_FALSE(ledger->match_journal()[2].transfer) << "of another sender";
+  const auto matches = ledger->match_journal();
+  ASSERT_EQ(3U, matches.size());
+  EXPECT_EQ("p", matches[0].entry.path);
+  EXPECT_TRUE(matches[0].transfer);
+  EXPECT_TRUE(matches[1].transfer);
+  EXPECT_FALSE(matches[2].transfer) << "of another sender";
 }
 
 TEST_F(LedgerTest, RefusesWhatItCannotUseAndSaysThatADamagedFileGaveLess) {
-  sqlite3* foreign = nullptr;
-  sqlite3_open((file + "2").c_str(), &foreign);
-  sqlite3_exec(foreign, "CREATE TABLE t(x); PRAGMA user_version = 1", nullptr, nullptr, nullptr);
-  sqlite3_close(foreign);
-  EXPECT_FALSE(Ledger::open(file + "2", error));
-  EXPECT_NE(std::string::npos, error.find("another program's")) << error;
-  EXPECT_FALSE(Ledger::open(dir, error));
+  const auto refusal = [&](const std::string& path) {
+    return Ledger::open(path, error) ? "" : error;
+  };
+  OtherProgram(file + "2").run("CREATE TABLE t(x); PRAGMA user_version = 1");
+  EXPECT_NE(std::string::npos, refusal(file + "2").find("another program's")) << error;
+  EXPECT_NE("", refusal(root));
   EXPECT_FALSE(Ledger::open_to_read(file, error));
   for (const std::uint64_t id : {1U, 2U}) save(*Ledger::open(file, error), id, {}, 1 << 16);
-  const auto damage = [&](auto at, const std::string& bytes) {
-    std::fstream(file, std::ios::in | std::ios::out).seekp(at) << bytes;
-    return Ledger::open_to_read(file, error);
-  };
-  const auto ledger = damage(1 << 16, std::string(1 << 13, 'x'));
+  overwrite(1 << 16, std::string(1 << 13, 'x'));
+  const auto ledger = Ledger::open_to_read(file, error);
   EXPECT_EQ("2 ", ids(*ledger));
   EXPECT_NE("", ledger->read_error());
-  EXPECT_FALSE(damage(60, std::string("\0\0\0\x63", 4)));
-  EXPECT_FALSE(Ledger::open(file, error));
-  EXPECT_NE(std::string::npos, error.find("newer version")) << error;
-  EXPECT_FALSE(damage(0, "x"));
-  EXPECT_FALSE(Ledger::open(file, error));
+  overwrite(60, std::string("\0\0\0\x63", 4));
+  EXPECT_FALSE(Ledger::open_to_read(file, error));
+  EXPECT_NE(std::string::npos, refusal(file).find("newer version")) << error;
+  overwrite(0, "x");
+  EXPECT_FALSE(Ledger::open_to_read(file, error));
+  EXPECT_NE("", refusal(file));
 }
 
 TEST_F(LedgerTest, IsMadeAnewWithWhatIsKnownWhenItWasDeletedReplacedOrDamaged) {
-  namespace fs = std::filesystem;
   const auto ledger = Ledger::open(file, error);
   for (std::uint64_t id = 1; id <= 300; ++id) save(*ledger, id, Outcome::kDelivered, 1 << 12);
   EXPECT_EQ("", ledger->count_refusals({{"a", 1}, {"b", 2}}, 1));
@@ -203,6 +153,7 @@ TEST_F(LedgerTest, IsMadeAnewWithWhatIsKnownWhenItWasDeletedReplacedOrDamaged) {
     EXPECT_EQ((Refusals{{"a", 4}, {"b", 2}}), reader->refusals()) << what;
     EXPECT_EQ(1U, reader->match_journal().size()) << what;
   };
+  const auto empty_log = [&] { OtherProgram(file).run("PRAGMA wal_checkpoint(TRUNCATE)"); };
   fs::remove(file), std::ofstream(file + ".anew") << "half of one: a run was killed";
   holds_all("deleted");
   for (const char* beside : {"", "-wal", "-shm"}) fs::remove(file + beside);
@@ -210,19 +161,14 @@ TEST_F(LedgerTest, IsMadeAnewWithWhatIsKnownWhenItWasDeletedReplacedOrDamaged) {
   std::ofstream(file + "2") << "no ledger";
   fs::rename(file + "2", file);
   holds_all("replaced");
-  sqlite3* other = nullptr;  // all is in the file then, nothing beside it
-  sqlite3_open(file.c_str(), &other);
-  sqlite3_exec(other, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr);
-  sqlite3_close(other);
-  std::fstream(file, std::ios::in | std::ios::out).seekp(1 << 18) << std::string(1 << 15, 'x');
+  empty_log();
+  overwrite(1 << 18, std::string(1 << 15, 'x'));
   EXPECT_EQ("", ledger->mend()) << "nobody has read it";
   for (std::uint64_t id = 1; id <= 300; ++id) find(*ledger, id);
   EXPECT_NE(std::string::npos, ledger->mend().find("is damaged and was made anew"));
   EXPECT_LT(250U, ledger->all({}).size());
   EXPECT_EQ("", ledger->read_error());
-  sqlite3_open(file.c_str(), &other);
-  sqlite3_exec(other, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr);
-  sqlite3_close(other);
+  empty_log();
   fs::copy(file, file + "3.anew");  // as after a kill when the damaged one was set aside
   std::ofstream(file + "3-wal") << "of the damaged one";
   EXPECT_LT(250U, Ledger::open(file + "3", error)->all({}).size()) << error;
@@ -284,3 +230,5 @@ TEST_F(LedgerTest, PrunesWhatIsOldButNotWhatIsOnItsWay) {
   EXPECT_EQ("1 5 6 ", ids(*ledger));
   EXPECT_EQ(1U, ledger->match_journal().size());
 }
+
+}  // namespace

@@ -1,35 +1,28 @@
 #include "receiver/deliver/store.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-
-#include <csignal>
-#include <filesystem>
-#include <fstream>
 
 #include "receiver/deliver/pruning.h"
 #include "receiver/deliver/records.h"
+#include "tests/receiver/folder.h"
 
-namespace fs = std::filesystem;
+namespace {
 
-struct StoreTest : testing::Test {
-  void TearDown() override { fs::remove_all(root), fs::remove_all(far); }
-  using Bytes = std::istreambuf_iterator<char>;
-  static std::string contents(const fs::path& p) { return {Bytes(std::ifstream(p).rdbuf()), {}}; }
-  static auto files(const fs::path& in) { return std::distance(fs::directory_iterator(in), {}); }
+struct StoreTest : InFolder {
+  ~StoreTest() override { fs::remove_all(far); }
   Delivery deliver(const std::vector<std::string>& folders, const std::string& name,
                    bool replace = true) const {
     Store store(options);
     EXPECT_EQ(3, pwrite(store.parts().open(kKey), "new", 3, 0)) << store.error();
     Delivery delivery = store.deliver(kKey, folders, name, replace);
-    EXPECT_EQ(delivery.done, store.parts().left().empty() && delivery.error.empty());
+    EXPECT_EQ(delivery.done, store.parts().left().empty());
+    EXPECT_EQ(delivery.done, delivery.error.empty());
     return delivery;
   }
   static constexpr TransferKey kKey{7, 0x7F000001, 9};
-  std::string near_ = fs::temp_directory_path() / "store_XXXXXX", far_ = "/dev/shm/store_XXXXXX";
-  const fs::path root = mkdtemp(near_.data()), far = mkdtemp(far_.data());
+  const fs::path far = mkdtemp(std::string("/dev/shm/store_XXXXXX").data());
+  const fs::path hidden = root / "in/.tarnwick";
   StoreOptions options{root / "in", "", "", true, false, 0446, 0};
 };
 
@@ -40,19 +33,18 @@ TEST_F(StoreTest, ReplacesOrNumbersAndSetsPermissions) {
   fs::resize_file(root / "in/a/b/f", 0);
   EXPECT_EQ("new", contents(deliver({"a", "b"}, "f").path));
   for (const auto& [name, mode] : {std::pair{"a/b/f", 0440}, {"a", 0750}, {".tarnwick", 0700}})
-    EXPECT_EQ(fs::perms(mode), fs::status(root / "in" / name).permissions());
+    EXPECT_EQ(fs::perms(mode), fs::status(root / "in" / name).permissions()) << name;
   for (const char* name : {"f.txt", "f (1).txt", "f (2).txt", "f (3).txt", "f (4).txt"}) {
     EXPECT_EQ(root / "in" / name, deliver({}, name, false).path);
     EXPECT_TRUE(deliver({}, "f.txt", false).taken);
   }
   EXPECT_EQ("f (5).txt", Store(options).free_name({}, "f.txt"));
   EXPECT_EQ(255U, Store(options).free_name({}, std::string(255, 'n')).size());
-  EXPECT_TRUE(Store(options).has_file({"a", "b"}, "f"));
-  EXPECT_FALSE(Store(options).has_file({"a"}, "b"));
+  EXPECT_FALSE(Store(options).has_file({"a"}, "b")) << "a folder";
 }
 
 TEST_F(StoreTest, WritesNothingOutside) {
-  for (const char* made : {"out/sub", "in/folder"}) fs::create_directories(root / made);
+  for (const char* each : {"out/sub", "in/folder"}) fs::create_directories(root / each);
   fs::create_symlink("../out", root / "in/link"), fs::create_symlink("folder", root / "in/f");
   EXPECT_FALSE(deliver(std::vector<std::string>(2100, "d"), "g").done);
   for (const std::string bad : {"link", "f", "..", "link/sub", ""}) {
@@ -63,13 +55,13 @@ TEST_F(StoreTest, WritesNothingOutside) {
     EXPECT_FALSE(deliver({}, bad).done) << bad;
   EXPECT_TRUE(deliver({}, "f").done);
   EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(root / "in/f")));
-  EXPECT_EQ(1, files(root / "out") + files(root / "out/sub"));
+  EXPECT_EQ(1U, number_in(root / "out") + number_in(root / "out/sub"));
 }
 
 TEST_F(StoreTest, KeepsJournalsAndUnfinishedFilesApart) {
   Store store(options);
-  EXPECT_NE("", Store(options).error()) << "a second one";
-  std::ofstream foreign(root / "in/.tarnwick/parts/00000000000000ab");
+  EXPECT_EQ("another receiver uses the folder " + options.into, Store(options).error());
+  std::ofstream foreign(hidden / "parts/00000000000000ab");
   for (const TransferKey id : {TransferKey{UINT64_MAX, ~0U, 65535}, {1, 1, 2}, {1, 2, 1}}) {
     EXPECT_EQ(2, write(store.parts().open(id), "ab", 2));
     EXPECT_EQ(std::vector<TransferKey>{id}, store.parts().left());
@@ -78,39 +70,39 @@ TEST_F(StoreTest, KeepsJournalsAndUnfinishedFilesApart) {
     EXPECT_LE(0, store.parts().open(id));
     EXPECT_TRUE(store.deliver_journal(id, INT64_MIN, "j").done);
   }
-  EXPECT_EQ(3, files(root / "in/.tarnwick/journals"));
-  options.reserve = UINT64_MAX;
-  EXPECT_TRUE(store.has_room(0));
-  EXPECT_FALSE(store.has_room(UINT64_MAX));
-  EXPECT_FALSE(Store(options).has_room(0));
+  EXPECT_EQ(3U, number_in(hidden / "journals"));
+}
+
+TEST_F(StoreTest, KeepsFewFilesOpen) {
+  Store store(options);
+  for (std::uint64_t id = 0; id < 300; ++id) EXPECT_LE(0, store.parts().open({id}));
+  EXPECT_GT(150U, number_in("/proc/self/fd"));
 }
 
 TEST_F(StoreTest, CopiesToAnotherFileSystemAndTidiesUpWhereItCanNot) {
   options.incomplete = far;
   Store store(options);
   EXPECT_EQ(3, pwrite(store.parts().open(kKey), "end", 3, 1 << 24));
-  if (link((root / "in/.tarnwick/parts/0000000000000007-7F000001-0009").c_str(),
-           (far / "x").c_str()) == 0)
+  if (link((hidden / "parts" / key_text(kKey)).c_str(), (far / "x").c_str()) == 0)
     GTEST_SKIP() << "/dev/shm is on the file system of the temporary folder";
-  signal(SIGXFSZ, SIG_IGN);
-  for (const bool full : {true, false}) {
-    const rlimit limit{full ? 1 << 20 : RLIM_INFINITY, RLIM_INFINITY};
-    EXPECT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
+  {
+    const FullDisk full(1 << 20);
     const Delivery kept = store.keep_incomplete(kKey, "f", "note");
-    EXPECT_EQ(full ? "" : std::string(1 << 24, '\0') + "end", contents(kept.path));
-    EXPECT_EQ((full ? 0 : 2), files(far)) << kept.error;
-    EXPECT_EQ(full, store.parts().left().size()) << kept.error;
+    EXPECT_EQ("can't write " + (far / key_text(kKey)).string() + "-f: File too large", kept.error);
+    EXPECT_EQ(0U, number_in(far));
+    EXPECT_EQ(1U, store.parts().left().size());
   }
+  const Delivery kept = store.keep_incomplete(kKey, "f", "note");
+  EXPECT_EQ(std::string(1 << 24, '\0') + "end", contents(kept.path)) << kept.error;
+  EXPECT_EQ(2U, number_in(far)) << "with its note";
+  EXPECT_EQ(0U, store.parts().left().size());
 }
 
 TEST_F(StoreTest, RecordsWaitForTheLedgerTheNewestForLongest) {
   const Store store(options);
-  std::string error;
   const auto ledger = Ledger::open(root / "l", error);
-  int ends[2];
-  ASSERT_EQ(0, pipe2(ends, O_CLOEXEC | O_NONBLOCK));
-  const Fd from(ends[0]), to(ends[1]);
-  Outlet outlet(to.get());
+  const Fd nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
+  Outlet outlet(nowhere.get());
   Events events(true, outlet, outlet);
   constexpr std::size_t kMost = 1500;  // more than are written at once
   Records records(*ledger, events, kMost);
@@ -120,71 +112,53 @@ TEST_F(StoreTest, RecordsWaitForTheLedgerTheNewestForLongest) {
     r.asked_for = "a", r.lies_at = "p" + std::to_string(id);
     return r;
   };
-  const auto warnings = [&] {
-    std::string text(9999, '\0');
-    const ssize_t got = read(from.get(), text.data(), text.size());
-    return std::count(text.data(), text.data() + std::max<ssize_t>(got, 0), '\n');
-  };
-  sqlite3* other = nullptr;
-  sqlite3_open((root / "l").c_str(), &other);
-  const auto lock = [&](const char* sql) {
-    ASSERT_EQ(SQLITE_OK, sqlite3_exec(other, sql, nullptr, nullptr, nullptr));
-  };
-  lock("BEGIN IMMEDIATE");
+  const OtherProgram other(root / "l");
+  other.run("BEGIN IMMEDIATE");
   EXPECT_FALSE(records.save(record(1, Outcome::kReceiving)));
   EXPECT_EQ(0U, records.waiting()) << "what is under way is saved again anyway";
   EXPECT_FALSE(records.save(record(1, Outcome::kIncomplete)));
   EXPECT_FALSE(records.save(record(1, Outcome::kDelivered)));
   EXPECT_FALSE(records.save(record(1, Outcome::kIncomplete, 6)));
   EXPECT_EQ(2U, records.waiting()) << "the later of a transfer counts";
-  EXPECT_EQ(1, warnings()) << "once";
-  EXPECT_TRUE(records.is_behind({1}));
   EXPECT_EQ(Outcome::kDelivered, records.find(record(1, {}))->outcome);
-  EXPECT_EQ("p1", records.place_of("a", {0, 5}));
-  EXPECT_EQ(5U, records.owner_of("p1")->path_crc);
-  EXPECT_FALSE(records.save_all({record(3, Outcome::kReceiving), record(4, Outcome::kReceiving)}));
-  lock("ROLLBACK");
+  const std::vector<TransferRecord> growing{record(3, Outcome::kReceiving),
+                                            record(4, Outcome::kReceiving)};
+  EXPECT_FALSE(records.save_all(growing));
+  other.run("ROLLBACK");
   EXPECT_FALSE(records.save(record(2, Outcome::kDelivered))) << "in their order";
+  EXPECT_FALSE(records.save_all(growing)) << "in their order";
   records.catch_up();
   EXPECT_EQ(0U, records.waiting());
   EXPECT_FALSE(records.is_behind({1}));
   EXPECT_EQ(3U, ledger->all({}).size());
-  EXPECT_EQ("p2", records.place_of("a", {0, 5}));
-  lock("BEGIN IMMEDIATE");
+  other.run("BEGIN IMMEDIATE");
   for (std::uint64_t id = 10; id < 12 + kMost; ++id)
     (void)records.save(record(id, Outcome::kDelivered));
-  EXPECT_EQ(2, warnings()) << "it fails again, and the oldest are lost";
-  EXPECT_EQ(2U, records.lost());
+  EXPECT_EQ(2U, records.lost()) << "the oldest";
   EXPECT_FALSE(records.were_certain());
   EXPECT_FALSE(records.is_behind({11}));
   EXPECT_TRUE(records.is_behind({12}));
-  sqlite3_close(other);
+  other.run("ROLLBACK");
   records.catch_up();
   EXPECT_EQ(3 + kMost, ledger->all({}).size());
 }
 
-TEST_F(StoreTest, PrunesItsOwnOldFilesOnly) {
+TEST_F(StoreTest, PrunesItsOwnOldFilesOnlyAndTheLedgerByAndBy) {
   const Store store(options);
-  const fs::path kept = root / "in/.tarnwick/incomplete";
+  const fs::path kept = hidden / "incomplete";
   const std::string key = key_text(kKey), name = key + "-f";
   for (const std::string& each :
        {name, name + ".missing.txt", "1700000000-" + key + "-j", key, key + "x-f", "x-" + name,
-        std::string("report.txt"), name + "new"})
+        "1x" + key + "-j", std::string("a.txt")})
     std::ofstream(kept / each) << "x";
   fs::create_directory(kept / (name + " folder")), fs::create_symlink("x", kept / (name + " link"));
-  for (const auto& each : fs::directory_iterator(kept)) {
-    const timespec old[2] = {{1000, 0}, {1000, 0}};
-    if (each.path().filename() != name + "new")
-      utimensat(AT_FDCWD, each.path().c_str(), old, AT_SYMLINK_NOFOLLOW);
-  }
-  EXPECT_EQ(0U, prune_kept(store.incomplete_folder(), 1000));
-  EXPECT_EQ(3U, prune_kept(store.incomplete_folder(), 1001));
-  EXPECT_EQ(7, files(kept));
-  std::string error;
+  EXPECT_EQ(0U, prune_kept(store.incomplete_folder(), 1000)) << "none is that old";
+  EXPECT_EQ(3U, prune_kept(store.incomplete_folder(), 9e9));
+  EXPECT_EQ(7U, number_in(kept));
   const auto ledger = Ledger::open(root / "l", error);
   TransferRecord record;
-  for (std::uint64_t id = 1; id <= 500; ++id) {
-    record.key.id = id, record.outcome = Outcome::kDelivered;
+  for (record.key.id = 1; record.key.id <= 500; ++record.key.id) {
+    record.outcome = Outcome::kDelivered;
     EXPECT_EQ("", ledger->save(record));
   }
   std::ofstream(kept / name) << "x";
@@ -192,7 +166,9 @@ TEST_F(StoreTest, PrunesItsOwnOldFilesOnly) {
   none.tick({0, 9e9});
   EXPECT_EQ(500U, ledger->all({}).size());
   Pruning pruning(*ledger, store.journals_folder(), store.incomplete_folder(), 60);
-  for (int call = 0; call < 4; ++call) pruning.tick({1, 9e9});  // by and by
+  for (int call = 0; call < 4; ++call) pruning.tick({1, 9e9});
   EXPECT_EQ(0U, ledger->all({}).size());
   EXPECT_FALSE(fs::exists(kept / name));
 }
+
+}  // namespace
