@@ -1,9 +1,8 @@
 // What the next start makes of a kill, at any moment.
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
-#include <csignal>
+#include <deque>
 #include <optional>
 
 #include "harness.h"
@@ -12,99 +11,136 @@ std::function<void()> on_act = [] {};
 int move_error = 0;
 std::optional<ino_t> read_only_folder;
 
-/// All of them, and each sync, in order.
-static std::string acts;
+static std::string acts;             // all of them, and each sync, in order
+static std::deque<int> sync_errors;  // of the next syncs; 0: none
 
 int fsync(int fd) {
   acts += "sync ";
-  return static_cast<int>(syscall(SYS_fsync, fd));
+  int error = 0;
+  if (!sync_errors.empty()) error = sync_errors.front(), sync_errors.pop_front();
+  return error != 0 ? errno = error, -1 : static_cast<int>(syscall(SYS_fsync, fd));
 }
 
-static int error_of_move_to(int folder) {
+/// Does what changes `folder`, unless it is to fail.
+template <typename Call>
+static int act(const char* what, int folder, bool can_fail, Call call) {
+  acts += what;
+  on_act();
   struct stat info {};
   const bool is_locked =
       read_only_folder && fstat(folder, &info) == 0 && info.st_ino == *read_only_folder;
-  return is_locked ? EROFS : move_error;
-}
-
-static int act(long result) { return on_act(), static_cast<int>(result); }
-
-int renameat(int from, const char* name, int to, const char* new_name) noexcept {
-  acts += "rename ";
+  const int error = is_locked ? EROFS : move_error;
+  if (can_fail && error != 0) return errno = error, -1;
+  const auto result = static_cast<int>(call());
   on_act();
-  if (const int error = error_of_move_to(to); error != 0) return errno = error, -1;
-  return act(syscall(SYS_renameat2, from, name, to, new_name, 0));
+  return result;
 }
 
 int renameat2(int from, const char* name, int to, const char* new_name, unsigned flags) noexcept {
-  acts += "rename ";
-  on_act();
-  if (const int error = error_of_move_to(to); error != 0) return errno = error, -1;
-  return act(syscall(SYS_renameat2, from, name, to, new_name, flags));
+  return act("rename ", to, true,
+             [=] { return syscall(SYS_renameat2, from, name, to, new_name, flags); });
+}
+
+int renameat(int from, const char* name, int to, const char* new_name) noexcept {
+  return renameat2(from, name, to, new_name, 0);
+}
+
+int mkdirat(int folder, const char* name, mode_t mode) noexcept {
+  return act("mkdir ", folder, true, [=] { return syscall(SYS_mkdirat, folder, name, mode); });
 }
 
 int unlinkat(int folder, const char* name, int flags) noexcept {
-  acts += "remove ";
-  on_act();
-  return act(syscall(SYS_unlinkat, folder, name, flags));
+  return act("remove ", folder, false, [=] { return syscall(SYS_unlinkat, folder, name, flags); });
 }
 
 struct Killed : Receive {
+  ~Killed() override {
+    on_act = [] {};
+  }
   /// Does `step` and keeps what is on the disk whenever a kill may come.
   void keep_moments_of(const std::function<void()>& step) {
+    fs::remove_all(root / "kept");
+    fs::create_directories(root / "kept");
     bool copying = false;
-    const auto keep = [&] {
+    moments = 0;
+    on_act = [&] {
       if (std::exchange(copying, true)) return;
       fs::copy(into, root / "kept" / std::to_string(moments++), fs::copy_options::recursive);
       copying = false;
     };
-    fs::create_directories(root / "kept");
-    on_act = keep;
     step();
-    keep();
+    on_act();
     on_act = [] {};
   }
-  /// Starts as the next run would after the kill at moment number `moment`.
-  void start_after(int moment) {
-    stop(), fs::remove_all(into);
-    fs::rename(root / "kept" / std::to_string(moment), into);
-    (void)console(), shown.clear();
-    SCOPED_TRACE(moment);
-    start();
-  }
-  std::size_t number_in(const char* folder) const {
-    return static_cast<std::size_t>(std::distance(fs::directory_iterator(hidden / folder), {}));
+  /// Starts as the next run would after a kill at each of the moments, and calls `check`.
+  void start_after_each(const std::function<void()>& check) {
+    for (int moment = 0; moment < moments; ++moment) {
+      stop(), fs::remove_all(into);
+      fs::rename(root / "kept" / std::to_string(moment), into);
+      (void)console(), shown.clear();
+      SCOPED_TRACE("moment " + std::to_string(moment) + " of " + std::to_string(moments));
+      start();
+      check();
+    }
   }
   int moments = 0;
 };
 
 TEST_F(Killed, AWholeFileIsDeliveredAndKnownSo) {
-  File file{2, "f", random_bytes(5000, 1)};
-  for (const bool has_earlier : {false, true}) {
+  const File file{2, "f", random_bytes(5000, 1)};
+  File other{3, "f", "other"};
+  other.path = "/other";
+  for (const std::string before : {"nothing", "an earlier file", "giving up in vain", "a wait"}) {
+    SCOPED_TRACE("before: " + before);
+    const fs::path expected = into / (before == "a wait" ? "f (1)" : "f");
     start();
-    if (has_earlier) feed(File{1, "f", "earlier"}.pass());
+    if (before == "an earlier file") feed(File{1, "f", "earlier"}.pass());
     feed(file.pass(1, 1, file.parts() - 1)), pass_time(2);
-    moments = 0;
-    keep_moments_of([&] { feed({file.part(file.parts())}); });
+    move_error = before == "giving up in vain" || before == "a wait" ? EACCES : 0;
+    if (before == "giving up in vain") pass_time(61);
+    if (before == "a wait") feed(file.pass());
+    move_error = 0;
+    if (before == "a wait") fs::create_directory(into / "f");
+    keep_moments_of([&] { feed({file.part(file.parts())}), pass_time(6); });
     EXPECT_LT(2, moments);
-    for (int moment = 0; moment < moments; ++moment) {
-      start_after(moment);
-      feed(file.pass());
-      EXPECT_EQ("", told("incomplete", "path")) << moment;
-      EXPECT_TRUE(file.bytes == contents(into / "f")) << moment;
-      EXPECT_FALSE(fs::exists(into / "f (1)")) << moment;
-      EXPECT_EQ((into / "f").string(), find(2)->delivered_to) << moment;
-      EXPECT_EQ(0U, number_in("parts")) << moment;
-    }
-    stop(), fs::remove_all(into), fs::remove_all(root / "kept");
+    start_after_each([&] {
+      feed(file.pass()), feed(other.pass());
+      EXPECT_EQ("", told("incomplete", "path"));
+      EXPECT_EQ(expected, find(2)->delivered_to);
+      EXPECT_TRUE(file.bytes == contents(expected)) << "no other path's file replaced it";
+      EXPECT_EQ(3U, number_in(into) - fs::is_directory(into / "f"));
+      EXPECT_EQ(0U, number_in(hidden / "parts"));
+    });
+    stop(), fs::remove_all(into);
   }
 }
 
 TEST_F(Killed, TheBytesAreOnTheDiskBeforeTheirNameIsAndWithThatBeforeTheRecord) {
   synced = true, start();
-  feed({File{1, "f", "bytes"}.header()}), acts.clear();
-  feed({File{1, "f", "bytes"}.part(1)});
-  EXPECT_EQ("sync rename sync remove ", acts.substr(0, 24));
+  const File file{1, "f", "bytes", "d"};
+  feed({file.header()}), acts.clear();
+  on_act = [&] { EXPECT_EQ(Outcome::kReceiving, find(1)->outcome) << acts; };
+  feed({file.part(1)});
+  EXPECT_EQ("mkdir sync sync rename sync remove ", acts);
+  EXPECT_EQ(Outcome::kDelivered, find(1)->outcome);
+}
+
+TEST_F(Killed, WhatCanNotBeSyncedIsNotCalledSafe) {
+  synced = true, start();
+  sync_errors = {EIO};
+  feed(File{1, "f", "x"}.pass());
+  EXPECT_EQ("f ", told("incomplete", "path")) << "nobody knows what of it is on the disk";
+  sync_errors = {0, EIO};
+  feed(File{2, "g", "x"}.pass());
+  EXPECT_EQ("g ", told("delivered", "path"));
+  EXPECT_NE(std::string::npos, told("warning", "text").find("may not survive a power cut"));
+  fs::create_symlink("nowhere", into / "d");
+  feed({File{3, "waits", "x", "d"}.header()}), acts.clear();
+  feed({File{3, "waits", "x", "d"}.part(1)});
+  EXPECT_EQ("sync ", acts) << "what waits outlasts a restart of the machine";
+  sync_errors = {EIO};
+  feed(File{4, "h", "x", "d"}.pass());
+  EXPECT_EQ("f d/h ", told("incomplete", "path"));
 }
 
 TEST_F(Killed, TheBootIsNotedWhenNothingOfTheOneBeforeIsLeft) {
@@ -116,13 +152,10 @@ TEST_F(Killed, TheBootIsNotedWhenNothingOfTheOneBeforeIsLeft) {
   pass_time(2), std::ofstream(hidden / "boot_id") << "another\n";
   keep_moments_of([&] { start(); });
   EXPECT_LT(4, moments);
-  for (int moment = 0; moment < moments; ++moment) {
-    start_after(moment);
-    for (const std::uint64_t id : {1U, 2U}) {
-      EXPECT_EQ(Outcome::kIncomplete, find(id)->outcome) << moment;
-    }
-    EXPECT_EQ(0U, number_in("parts")) << moment;
-  }
+  start_after_each([&] {
+    EXPECT_EQ(2U, ledger->all(Outcome::kIncomplete).size());
+    EXPECT_EQ(0U, number_in(hidden / "parts"));
+  });
 }
 
 TEST_F(Killed, AFileThatWasGivenUpIsNotTakenForDelivered) {
@@ -131,42 +164,29 @@ TEST_F(Killed, AFileThatWasGivenUpIsNotTakenForDelivered) {
   feed({file.header(), file.part(2)}), pass_time(2);
   keep_moments_of([&] { pass_time(61); });
   EXPECT_LT(4, moments);
-  for (int moment = 0; moment < moments; ++moment) {
-    start_after(moment);
+  start_after_each([&] {
     pass_time(61);
-    EXPECT_EQ(Outcome::kIncomplete, find(1)->outcome) << moment;
-    EXPECT_EQ("no more packets came", find(1)->why) << moment;
-    EXPECT_FALSE(fs::exists(into / "f")) << moment;
-    EXPECT_EQ(0U, number_in("parts")) << moment;
-    EXPECT_EQ(2U, number_in("incomplete")) << "with its note, and no temporary of " << moment;
-  }
-}
-
-TEST_F(Killed, AFileThatWaitedIsKnownWhereItWentAtLast) {
-  start();
-  move_error = EACCES;
-  feed(File{1, "f", "x"}.pass());
-  move_error = 0;
-  fs::create_directory(into / "f");
-  keep_moments_of([&] { pass_time(6); });
-  for (int moment = 0; moment < moments; ++moment) {
-    start_after(moment);
-    EXPECT_EQ((into / "f (1)").string(), find(1)->delivered_to) << moment;
-    EXPECT_EQ("x", contents(into / "f (1)")) << moment;
-  }
+    EXPECT_EQ(Outcome::kIncomplete, find(1)->outcome);
+    EXPECT_EQ("no more packets came", find(1)->why);
+    EXPECT_FALSE(fs::exists(into / "f"));
+    EXPECT_EQ(0U, number_in(hidden / "parts"));
+    EXPECT_EQ(2U, number_in(hidden / "incomplete")) << "with its note, and no temporary";
+  });
 }
 
 TEST_F(Killed, AJournalIsReadOnceItLiesInItsFolder) {
-  const File journal{1, "j", File{9, "sent", ""}.journal_line(), "", 1400, 1};
+  const File sent{9, std::string(2000, 's'), ""};
+  const File journal{1, "j", sent.journal_line(), "", 1400, 1};
   start();
-  keep_moments_of([&] { feed(journal.pass()); });
-  for (int moment = 0; moment < moments; ++moment) {
-    start_after(moment);
-    EXPECT_EQ(number_in("journals"), ledger->match_journal().size()) << moment;
+  feed({journal.header(), journal.part(1)}), pass_time(2);
+  keep_moments_of([&] { feed({journal.part(2)}); });
+  start_after_each([&] {
+    EXPECT_EQ(number_in(hidden / "journals"), ledger->match_journal().size());
     feed(journal.pass());
-    EXPECT_EQ(1U, number_in("journals")) << moment;
-    EXPECT_EQ(1U, ledger->match_journal().size()) << moment;
-  }
+    EXPECT_EQ("", told("incomplete", "path"));
+    EXPECT_EQ(1U, number_in(hidden / "journals"));
+    EXPECT_EQ(1U, ledger->match_journal().size());
+  });
 }
 
 TEST_F(Killed, WhatARunLeftGoesOnOrIsNamed) {
@@ -225,7 +245,7 @@ TEST_F(Killed, WhatARunLeftGoesOnOrIsNamed) {
       EXPECT_EQ(is_delivered && was_to_be, fs::exists(into / "f")) << kind;
       EXPECT_EQ(is_delivered, record.why.empty() && record.outcome != Outcome::kReceiving) << kind;
       const bool goes_on = record.outcome == Outcome::kReceiving;
-      EXPECT_EQ(goes_on && row.has_part ? 1U : 0U, number_in("parts")) << kind;
+      EXPECT_EQ(goes_on && row.has_part ? 1U : 0U, number_in(hidden / "parts")) << kind;
       EXPECT_TRUE(metric_is("open_transfers " + std::to_string(goes_on))) << kind;
       start();
       EXPECT_EQ(record.outcome, find(1)->outcome) << kind << ", the same at the next start";
@@ -266,28 +286,4 @@ TEST_F(Killed, ALedgerThatCanNotBeReadCostsNoBytes) {
   start();
   EXPECT_EQ(0U, told("warning", "text").find("ledger: Can't read ledger ")) << console();
   EXPECT_TRUE(fs::exists(hidden / "parts/0000000000000003-00000000-0000"));
-}
-
-TEST_F(Killed, KnowsWhoseNameItWasWhenKilledBetweenMoveAndRecord) {
-  start();
-  File first{1, "f", "first"}, second{2, "f", "second"}, third{3, "f", "third"};
-  first.path = "/1", second.path = "/2", third.path = "/3";
-  feed(first.pass());
-  TransferRecord moved = *find(1);
-  moved.outcome = Outcome::kReceiving, moved.delivered_to = "";
-  EXPECT_EQ("", ledger->save(moved));
-  start();
-  EXPECT_EQ((into / "f").string(), find(1)->delivered_to);
-  feed(second.pass());
-  EXPECT_EQ("firstsecond", contents(into / "f") + contents(into / "f (1)"));
-  const rlimit small{100, RLIM_INFINITY};  // no record can be written
-  rlimit limit{};
-  (void)signal(SIGXFSZ, SIG_IGN);
-  ASSERT_EQ(0, prlimit(0, RLIMIT_FSIZE, &small, &limit));
-  feed(third.pass());
-  third.id = 4, third.bytes = "again";
-  feed(third.pass());
-  setrlimit(RLIMIT_FSIZE, &limit);
-  EXPECT_EQ("firstsecondagain",
-            contents(into / "f") + contents(into / "f (1)") + contents(into / "f (2)"));
 }
