@@ -27,6 +27,7 @@ TEST(RangesTest, AgreesWithASetUnderRandomRemovals) {
 
 TEST(RangesTest, ReachesTheLastNumberAndReadsOnlyItsOwnText) {
   EXPECT_EQ(UINT64_MAX - 5, Ranges(1, UINT64_MAX).remove(6, UINT64_MAX) + Ranges(2, 1).count());
-  for (const char* text : {"0-", "5-4", "5-5", "1,", ",1", "1-2,3", "1-5,3-9", "01", "1;2", "-1"})
+  for (const char* text : {"0-", "5-4", "5-5", "1,", ",1", "1-2,3", "1-5,3-9", "1-5,5-9", "01",
+                           "1;2", "-1", "0-18446744073709551615"})
     EXPECT_FALSE(Ranges::parse(text)) << text;
 }
