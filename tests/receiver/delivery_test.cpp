@@ -63,30 +63,43 @@ TEST_F(Receive, NeverReplacesWhatAnotherPathBrought) {
   EXPECT_NE(std::string::npos, report.str().find("; 10 names collided"));
 }
 
-TEST_F(Receive, OnlySoManyWholeFilesWaitAndNoHeaderPacketCostsOne) {
-  start({"--max-transfers", "2"});
-  const File first{1, "a", "first"}, second{2, "a", "second"}, third{3, "b", "third"};
-  File other = first;
+TEST_F(Receive, WholeFilesThatCanNotBeDeliveredWaitAndAreDeliveredInOrder) {
+  const File first{1, "f", "first", "d"}, second{2, "f", "second", "d"}, none{3, "e", "", "d"};
+  const File below{4, "x", "x", "d/new"}, late{5, "late", "late"};
+  File other = first;  // no header packet costs a file that waits
   other.name = "other";
-  move_error = EACCES;
-  feed(first.pass()), feed(second.pass()), feed(third.pass()), feed(other.pass());
-  EXPECT_EQ("too many whole files wait for the disk (--max-transfers) ", told("refused", "why"));
-  EXPECT_EQ("a", find(1)->asked_for);
-  EXPECT_EQ("a", find(1)->lies_at) << "what the next start needs if a kill follows the move";
-  EXPECT_EQ("complete, but can't be delivered: can't write " + (into / "a").string() +
-                ": Permission denied",
-            find(1)->why);
-  pass_time(6);
-  move_error = 0;
-  EXPECT_TRUE(metric_is("waiting_files 2"));
-  pass_time(4);
-  EXPECT_EQ("", told("delivered", "path")) << "it is not tried all the time";
-  pass_time(2), pass_time(6);
-  EXPECT_EQ("a a ", told("delivered", "path"));
-  EXPECT_EQ("second", contents(into / "a"));
-  EXPECT_EQ("", told("incomplete", "path"));
-  feed(third.pass());
-  EXPECT_EQ("third", contents(into / "b"));
+  const std::string why = "complete, but can't be delivered: can't ";
+  for (const bool restarted : {false, true}) {
+    SCOPED_TRACE(restarted ? "after a restart of the machine" : "in the same run");
+    start({"--max-transfers", "4"});
+    fs::create_directory(into / "d");
+    struct stat locked {};
+    ASSERT_EQ(0, stat((into / "d").c_str(), &locked));
+    read_only_folder = locked.st_ino;
+    for (const File& file : {first, other, second, none, below, late}) feed(file.pass());
+    EXPECT_EQ("too many whole files wait for the disk (--max-transfers) ", told("refused", "why"));
+    EXPECT_EQ("d/f", find(1)->asked_for);
+    EXPECT_EQ("d/f", find(1)->lies_at) << "what the next start needs if a kill follows the move";
+    EXPECT_EQ(why + "write " + (into / "d/f: Read-only file system").string(), find(1)->why);
+    EXPECT_EQ(why + "open the folder " + (into / "d/new: Read-only file system").string(),
+              find(4)->why);
+    EXPECT_TRUE(metric_is("waiting_files 4"));
+    pass_time(6);
+    read_only_folder.reset();
+    pass_time(4);
+    EXPECT_EQ("", told("delivered", "path")) << "it is not tried all the time";
+    std::ofstream(hidden / "boot_id") << "another\n";
+    if (restarted) start();
+    pass_time(2), pass_time(6);
+    EXPECT_EQ("d/f d/f d/e d/new/x ", told("delivered", "path"));
+    EXPECT_EQ("second", contents(into / "d/f"));
+    EXPECT_EQ("", told("incomplete", "path"));
+    EXPECT_TRUE(metric_is("waiting_files 0"));
+    feed(late.pass());
+    EXPECT_EQ("late", contents(into / "late"));
+    (void)console(), shown.clear();
+    stop(), fs::remove_all(into);
+  }
 }
 
 TEST_F(Receive, WhatCanNotBeKeptStaysAndIsWarnedOfOnce) {
@@ -178,32 +191,6 @@ TEST_F(Receive, KeepsRoomForTheFilesThatAreOnTheirWay) {
   EXPECT_EQ("late", contents(into / "late"));
 }
 
-TEST_F(Receive, AWholeFileThatCanNotBeDeliveredWaitsAndIsDeliveredInOrder) {
-  start();
-  fs::create_directories(into / "d"), stop();
-  struct stat locked {};
-  ASSERT_EQ(0, stat((into / "d").c_str(), &locked));
-  read_only_folder = locked.st_ino;
-  start();
-  const File first{1, "f", "first", "d"}, second{2, "f", "second", "d"}, none{3, "e", "", "d"};
-  for (int pass = 0; pass < 3; ++pass) {
-    feed(first.pass()), feed(second.pass()), feed(none.pass()), pass_time(100);
-  }
-  feed(File{4, "g", "other"}.pass());
-  EXPECT_EQ("g ", told("delivered", "path"));
-  EXPECT_EQ("", told("incomplete", "path"));
-  EXPECT_TRUE(metric_is("waiting_files 3"));
-  feed(File{5, "x", "", "d/new"}.pass());
-  EXPECT_NE(std::string::npos, find(5)->why.find("d/new: Read-only file system")) << find(5)->why;
-  start();
-  EXPECT_EQ(4U, ledger->all(Outcome::kWaiting).size());
-  read_only_folder.reset();
-  if (std::ofstream(hidden / "boot_id") << "another\n") start();
-  EXPECT_EQ("g d/f d/f d/e d/new/x ", told("delivered", "path"));
-  EXPECT_EQ("second", contents(into / "d/f"));
-  EXPECT_TRUE(metric_is("waiting_files 0"));
-}
-
 TEST_F(Receive, WaitsForNoLedger) {
   start();
   feed(File{1, "f", "first"}.pass()), feed(File{2, "half", random_bytes(2000, 1)}.pass(1, 2));
@@ -232,43 +219,32 @@ TEST_F(Receive, WaitsForNoLedger) {
   EXPECT_TRUE(metric_is("waiting_records 0"));
 }
 
-TEST_F(Receive, CountsEachRefusalAndMakesALostLedgerAnew) {
+TEST_F(Receive, TheLedgerHoldsAllOnceItHasRoomOrIsMadeAnew) {
   start({"--max-file-size", "2000"});
   const std::string large(2001, 'x');
-  for (std::uint64_t id = 2; id <= 201; ++id) {
-    feed({File{id, "f", large}.header(), File{id, "f", large}.header()});
-    if (id == 101) pass_time(0.5);
+  {
+    const FullDisk full(100);
+    feed(File{300, "f", "small"}.pass());
+    for (std::uint64_t id = 2; id <= 201; ++id) {
+      feed({File{id, "f", large}.header(), File{id, "f", large}.header()});
+      if (id == 101) pass_time(0.5);
+    }
+    pass_time(2);
+    EXPECT_EQ("f ", told("delivered", "path"));
+    EXPECT_FALSE(find(300));
   }
   feed(File{1, "open", large.substr(1)}.pass(1, 2));
-  for (const int anew : {0, 1}) {
-    if (anew == 1) fs::remove(hidden / "ledger.sqlite");
+  for (const bool anew : {false, true}) {
+    if (anew) fs::remove(hidden / "ledger.sqlite");
     receiver->end({});
     const auto reader = Ledger::open_to_read(hidden / "ledger.sqlite", error);
     ASSERT_TRUE(reader) << error;
-    EXPECT_EQ(30U, reader->all(Outcome::kRefused).size());
-    EXPECT_EQ(1U, reader->all(Outcome::kReceiving).size());
-    std::ostringstream report;
-    print_report(*reader, {}, report);
-    EXPECT_NE(std::string::npos, report.str().find("200 turned away, with a record or without:\n"
-                                                   "    200  larger than --max-file-size\n"))
-        << report.str();
+    EXPECT_EQ(1U, reader->all(Outcome::kDelivered).size()) << anew;
+    EXPECT_EQ(1U, reader->all(Outcome::kReceiving).size()) << anew;
+    EXPECT_EQ(30U, reader->all(Outcome::kRefused).size()) << anew;
+    EXPECT_EQ((Refusals{{"larger than --max-file-size", 200}}), reader->refusals()) << anew;
   }
-  EXPECT_NE(std::string::npos, told("warning", "text").find("was made anew; it holds 31 records"));
-}
-
-TEST_F(Receive, SavesOutcomesAndRefusalsOnceTheLedgerHasRoomAgain) {
-  start({"--max-file-size", "5"});
-  {
-    const FullDisk full(100);
-    feed(File{5, "f", "small"}.pass());
-    for (std::uint64_t id = 6; id < 99; ++id) feed({File{id, "large", "larger"}.header()});
-    pass_time(2);
-  }
-  EXPECT_EQ("f ", told("delivered", "path"));
-  EXPECT_FALSE(find(5));
-  receiver->end({});
-  EXPECT_EQ(Outcome::kDelivered, find(5)->outcome);
-  EXPECT_EQ((Refusals{{"larger than --max-file-size", 93}}), ledger->refusals());
+  EXPECT_NE(std::string::npos, told("warning", "text").find("was made anew; it holds 32 records"));
 }
 
 TEST_F(Receive, ReadsALongJournalInPortions) {
