@@ -215,20 +215,4 @@ TEST_F(LedgerTest, IsOpenedAgainWhenTheSystemKeptALock) {
   vfs->xSetSystemCall(vfs, "fcntl", nullptr);
 }
 
-TEST_F(LedgerTest, PrunesWhatIsOldButNotWhatIsOnItsWay) {
-  const auto ledger = Ledger::open(file, error);
-  TransferRecord record;
-  for (std::uint64_t id = 1; id <= 6; ++id) {
-    record.key.id = id, record.first_packet = 100, record.last_packet = id < 5 ? 200 : 300;
-    record.outcome = id == 1 ? Outcome::kReceiving : Outcome::kDelivered;
-    EXPECT_EQ("", ledger->save(record));
-  }
-  EXPECT_EQ("", ledger->add_journal({{200, 1, 2, "p", 0}, {300, 1, 2, "p", 0}}));
-  EXPECT_EQ(3U, ledger->prune(250, 2));
-  EXPECT_EQ(1U, ledger->prune(250, 2));
-  EXPECT_EQ(0U, ledger->prune(250, 2));
-  EXPECT_EQ("1 5 6 ", ids(*ledger));
-  EXPECT_EQ(1U, ledger->match_journal().size());
-}
-
 }  // namespace

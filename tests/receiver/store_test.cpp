@@ -157,17 +157,22 @@ TEST_F(StoreTest, PrunesItsOwnOldFilesOnlyAndTheLedgerByAndBy) {
   EXPECT_EQ(7U, number_in(kept));
   const auto ledger = Ledger::open(root / "l", error);
   TransferRecord record;
-  for (record.key.id = 1; record.key.id <= 500; ++record.key.id) {
-    record.outcome = Outcome::kDelivered;
+  for (record.key.id = 1; record.key.id <= 502; ++record.key.id) {
+    record.outcome = record.key.id == 501 ? Outcome::kReceiving : Outcome::kDelivered;
+    record.last_packet = record.key.id == 502 ? 9e9 : 1;
     EXPECT_EQ("", ledger->save(record));
   }
+  EXPECT_EQ("", ledger->add_journal({{200, 1, 2, "p", 0}, {UINT32_MAX, 1, 2, "p", 0}}));
   std::ofstream(kept / name) << "x";
   Pruning none(*ledger, store.journals_folder(), store.incomplete_folder(), 0);
   none.tick({0, 9e9});
-  EXPECT_EQ(500U, ledger->all({}).size());
+  EXPECT_EQ(502U, ledger->all({}).size());
   Pruning pruning(*ledger, store.journals_folder(), store.incomplete_folder(), 60);
-  for (int call = 0; call < 4; ++call) pruning.tick({1, 9e9});
-  EXPECT_EQ(0U, ledger->all({}).size());
+  pruning.tick({1, 4e9});
+  EXPECT_EQ(302U, ledger->all({}).size()) << "by and by";
+  for (int call = 0; call < 3; ++call) pruning.tick({1, 4e9});
+  EXPECT_EQ(2U, ledger->all({}).size()) << "one on its way and a young one";
+  EXPECT_EQ(1U, ledger->match_journal().size());
   EXPECT_FALSE(fs::exists(kept / name));
 }
 
