@@ -1,10 +1,8 @@
 // tarnwick-check against the sender: mistakes put in one at a time, and files as it said.
 #include <sched.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <regex>
-#include <set>
 #include <sstream>
 
 #include "tests/program/support.h"
@@ -44,16 +42,7 @@ void make_good(const TempDir& home) {
 
 /// All that lies in the folder, with its times.
 std::string listing(const TempDir& home) {
-  std::set<std::string> lines;
-  for (const auto& entry : fs::recursive_directory_iterator(home.path(""))) {
-    struct stat st {};
-    lstat(entry.path().c_str(), &st);
-    lines.insert(entry.path().string() + " " + std::to_string(st.st_size) + " " +
-                 std::to_string(st.st_ctim.tv_sec) + "." + std::to_string(st.st_ctim.tv_nsec));
-  }
-  std::string text;
-  for (const std::string& line : lines) text += line + "\n";
-  return text;
+  return run(home, "find . -printf '%p %s %C@\\n' | sort").text;
 }
 
 struct Mistake {
@@ -171,29 +160,16 @@ TEST(Check, KnowsTheWayOutOfTheMachine) {
 
 /// A tree of every kind of file. The caller holds "open".
 void plant(const TempDir& home) {
-  for (const std::string name :
-       {"plain", "mask_a", "a.tmp", "sub/deep/x", "sub/.hidden", "sub/open", "b.tmp.x",
-        ".tarnwick-taken~left", ".tarnwick-taken~plain", "young", "имя", "tail space "})
-    home.write("in/" + name, std::string(3000, 'x'));
-  home.write("in/empty", "");
-  home.write("in/" + std::string(255, 'n'), "x");
-  home.write("outside/far", "x");
-  home.write("target", "x");
-  fs::create_directories(home.path("in/hollow/inner"));
-  fs::create_symlink("../target", home.path("in/link"));
-  fs::create_symlink("../outside", home.path("in/folder"));
-  fs::create_symlink("none", home.path("in/dangling"));
-  fs::create_symlink("..", home.path("in/sub/loop"));
-  fs::create_hard_link(home.path("in/plain"), home.path("in/sub/hard"));
-  mkfifo(home.path("in/pipe").c_str(), 0600);
-  mkfifo(home.path("input").c_str(), 0600);  // where nothing comes, nor its end
-  const timespec old[2] = {{1'000'000'000, 0}, {1'000'000'000, 0}};
-  for (const auto& entry : fs::recursive_directory_iterator(home.path("in"))) {
-    if (entry.path().filename() != "young")
-      (void)utimensat(AT_FDCWD, entry.path().c_str(), old, AT_SYMLINK_NOFOLLOW);
-  }
-  (void)utimensat(AT_FDCWD, home.path("target").c_str(), old, 0);
-  (void)utimensat(AT_FDCWD, home.path("outside/far").c_str(), old, 0);
+  const Answer made = run(home, R"(
+    mkdir -p in/sub/deep in/hollow/inner outside && mkfifo in/pipe input
+    for name in plain mask_a a.tmp sub/deep/x sub/.hidden sub/open b.tmp.x young имя 'tail space ' \
+      .tarnwick-taken~left .tarnwick-taken~plain; do head -c 3000 /dev/zero >"in/$name"; done
+    for name in in/$(printf 'n%.0s' $(seq 255)) outside/far target; do echo >$name; done
+    touch in/empty && ln in/plain in/sub/hard
+    ln -s ../target in/link && ln -s ../outside in/folder
+    ln -s none in/dangling && ln -s .. in/sub/loop
+    find in target outside ! -name young -exec touch -h -d @1000000000 {} +)");
+  ASSERT_EQ(0, made.status) << made.text;
 }
 
 /// What --files says of each path below "in".

@@ -1,4 +1,4 @@
-// What the operator and the service manager are told.
+// What the operator and the service manager are told, though it be read late or not at all.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <functional>
@@ -22,8 +23,9 @@ namespace {
 struct Told : testing::Test {
   Told() {
     int ends[2];
-    EXPECT_EQ(0, pipe2(ends, O_CLOEXEC | O_NONBLOCK));
+    EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
     from = Fd(ends[0]), to = Fd(ends[1]);
+    fcntl(from.get(), F_SETFL, O_NONBLOCK);
     setenv("TZ", "UTC-3", 1), tzset();
     record.udata_size = 1400, record.parts = 2000, record.size = 2000 * 1380, record.name = "f";
     record.why = "silent", record.delivered_to = "/k/f";
@@ -36,9 +38,15 @@ struct Told : testing::Test {
     Outlet outlet(to.get());
     Events events(json, outlet, outlet);
     tell(events);
-    char text[4096];
-    const ssize_t size = read(from.get(), text, sizeof text);
-    return {text, text + std::max<ssize_t>(size, 0)};
+    return read_all(outlet);
+  }
+  /// Reads until there is nothing more, letting the outlet go on meanwhile.
+  std::string read_all(Outlet& outlet) const {
+    std::string text;
+    char bytes[4096];
+    for (ssize_t got; (got = read(from.get(), bytes, sizeof bytes)) > 0; outlet.flush())
+      text.append(bytes, bytes + got);
+    return text;
   }
   /// Without the times.
   std::string told(const Tell& tell) const {
@@ -48,6 +56,7 @@ struct Told : testing::Test {
     return all;
   }
   Fd from, to;
+  const std::string line = std::string(999, 'x') + "\n";
   TransferRecord record;
   const Tell incomplete = [this](Events& e) { e.incomplete(record); };
   const Tell delivered = [this](Events& e) { e.delivered(record); };
@@ -105,6 +114,33 @@ TEST_F(Told, WhatCouldNotBeWrittenIsToldEveryFiveSeconds) {
   EXPECT_EQ("warning: 3 parts could not be written (No space left on device): " + missing +
                 "warning: 2 parts could not be written (Input/output error): " + missing,
             unwritten);
+}
+
+TEST_F(Told, NeverWaitsAndCountsWhatItDropped) {
+  const int next = dup(to.get());
+  close(next);
+  Outlet outlet(to.get());
+  EXPECT_EQ(FD_CLOEXEC, fcntl(next, F_GETFD)) << "its own descriptor";
+  for (int i = 0; i < 3000; ++i) outlet.put(line);  // three times what it holds; would hang
+  EXPECT_LT(1500U, outlet.dropped());
+  EXPECT_GT(2000U, outlet.dropped());
+  EXPECT_FALSE(outlet.is_clear());
+  EXPECT_EQ((3000 - outlet.dropped()) * line.size(), read_all(outlet).size());
+  EXPECT_TRUE(outlet.is_clear());
+  outlet.put("again\n");
+  EXPECT_EQ("again\n", read_all(outlet));
+  EXPECT_EQ(0, fcntl(to.get(), F_GETFL) & O_NONBLOCK) << "others may share it";
+}
+
+TEST_F(Told, GoesOnWithoutAReaderAndDrainsAtTheEnd) {
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  Outlet outlet(to.get());
+  for (int i = 0; i < 500; ++i) outlet.put(line);
+  outlet.drain(std::chrono::milliseconds(30));  // nobody reads: gives up
+  from = Fd();
+  outlet.put(line);
+  outlet.drain(std::chrono::hours(1));  // nothing is left to wait for
+  EXPECT_EQ(0U, outlet.dropped());
 }
 
 TEST(ServiceManager, IsToldOfTheStartTheEndAndHalfTheWatchdogsTime) {
