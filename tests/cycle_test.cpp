@@ -3,9 +3,11 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <fstream>
 
 #include "frame/run_modes.h"
@@ -14,6 +16,14 @@
 #include "ground/owners.h"
 #include "scan/scan_list.h"
 #include "tests/support.h"
+
+static int kill_error = 0;  ///< why nobody may be killed
+
+int kill(pid_t pid, int signal) noexcept {
+  if (kill_error == 0) return static_cast<int>(syscall(SYS_kill, pid, signal));
+  errno = kill_error;
+  return -1;
+}
 
 namespace {
 
@@ -105,6 +115,7 @@ TEST_F(Cycle, ADaemonCountsRescansInHalfSecondsAndStopsInBetween) {
       if (++count > 9) _exit(1);
       std::ofstream(told, std::ios::app) << us << " ";
       if (count == 5) fs::remove(dir.path("full/f.no")), ask_to_stop(lock);
+      if (count == 6) std::ofstream(lock) << "a successor's";
     };
     Proc owner("d", dir.root);
     const int status = run_daemon(owner);
@@ -115,7 +126,7 @@ TEST_F(Cycle, ADaemonCountsRescansInHalfSecondsAndStopsInBetween) {
   for (int i = 0; i < 30'000 && contents(told).find('\n') + 1 == 0; ++i) usleep(10'000);
   EXPECT_EQ("500000 500000 500000 500000 500000 500000 status 0\n", contents(told))
       << "three of a pause, two until it is asked to stop, and one at its end";
-  EXPECT_FALSE(fs::exists(lock));
+  EXPECT_EQ("a successor's", contents(lock));
 }
 
 TEST_F(Cycle, AForegroundShowsDotsInItsPausesUntilEscapeOrAStop) {
@@ -141,14 +152,63 @@ TEST_F(Cycle, AForegroundShowsDotsInItsPausesUntilEscapeOrAStop) {
   dup2(stdin_kept.get(), 0);
 }
 
-TEST_F(Cycle, AControllerLetsGoOfTheLockBeforeItsLastPause) {
-  settings.send_buffer = 1 << 16;
-  on_pause = [&](std::uint32_t) { EXPECT_FALSE(dir.exists("c.lock")); };
-  Proc stop("c", dir.root);
-  EXPECT_EQ(0, run_stop(stop));
-  Proc journal("c", dir.root);
-  EXPECT_EQ(kRefused, run_trash_journal(journal)) << "there is none";
+/// Lock files of others, with pauses in which their owners do something or not.
+struct Controller : Cycle {
+  Controller() { settings.send_buffer = 1 << 16; }
+  ~Controller() override { kill_error = 0; }
+  void start_owner() {
+    owner = fork();
+    if (owner == 0) {
+      alarm(300);  // outlives no failure
+      for (;;) pause();
+    }
+    put(0, 0);
+  }
+  void put(std::int16_t command, std::int16_t status, bool stop = false) const {
+    std::ofstream(path) << record(command, status, stop);
+  }
+  std::string record(std::int16_t command, std::int16_t status, bool stop = false) const {
+    const std::int32_t words[] = {owner, (stop ? 1 : 0) | command << 16, status};
+    return {reinterpret_cast<const char*>(words), sizeof words};
+  }
+  /// What this mode tells and its status.
+  std::string told(int (*mode)(Proc&)) {
+    console.str("");
+    Proc lock("c", dir.root);
+    const int status = mode(lock);
+    return console.str() + std::to_string(status);
+  }
+  const std::string path = dir.path("c.lock");
+  pid_t owner = 0;
+};
+
+TEST_F(Controller, LetsGoOfTheLockBeforeItsLastPause) {
+  on_pause = [this](std::uint32_t) { EXPECT_FALSE(fs::exists(path)); };
+  EXPECT_EQ("nothing to stop!\n0", told(run_stop));
+  EXPECT_EQ("-1", told(run_trash_journal)) << "there is none";
   EXPECT_EQ(Pauses(2, 2'000'000), pauses);
+}
+
+TEST_F(Controller, TellsWhatAnOwnerDoesNotDoAndKillsIt) {
+  start_owner();
+  const std::string freezing = "Already running! trying to freez...\n";
+  EXPECT_EQ(freezing + "Error! Not frozzen!\n-1", told(run_trash_journal));
+  EXPECT_EQ(record(0, 0), contents(path));
+  on_pause = [this](std::uint32_t) { put(0, 2); };
+  EXPECT_EQ(freezing + "OK!  frozzen!\nTrying to unfreez...\nError! Not unfrozzen!\n-1",
+            told(run_trash_journal));
+  on_pause = [](std::uint32_t) {};
+  kill_error = EPERM;
+  const std::string stopping = "Already running! trying to stop...\n";
+  EXPECT_EQ(stopping + "ERROR!  is not stoped!\n-1", told(run_stop));
+  EXPECT_EQ(record(1, 2, true), contents(path));
+  kill_error = 0, pauses.clear();
+  EXPECT_EQ(stopping + "OK!  stoped!\n0", told(run_stop));
+  EXPECT_EQ(101U, pauses.size()) << "1 s, and one for the message";
+  int status = 0;
+  EXPECT_EQ(owner, waitpid(owner, &status, 0));
+  EXPECT_EQ(SIGKILL, status);
+  EXPECT_FALSE(fs::exists(path));
 }
 
 TEST_F(Cycle, AStartOccupiesClosedDescriptorsAndMayOpenAllThatTheSystemAllows) {

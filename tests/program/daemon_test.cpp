@@ -1,7 +1,6 @@
 // The daemon, its stop and the trash journal, seen from outside.
 #include <linux/capability.h>
 
-#include <chrono>
 #include <list>
 #include <regex>
 
@@ -183,33 +182,6 @@ TEST_F(Daemon, WaitsWhileFrozenAndIsThawedHoweverTheJournalFares) {
   EXPECT_EQ(record(pid), lock()) << "thawed all the same";
   descriptors_when_frozen();
   EXPECT_EQ(0, stop());
-}
-
-TEST_F(Daemon, IsKilledAfterItsGraceWhenItHangs) {
-  start();
-  kill(pid, SIGSTOP);
-  const std::string refusal = "255 Already running! trying to freez...\nError! Not frozzen!\n";
-  EXPECT_EQ(refusal + record(pid), told({"-m:4"}));
-  const auto asked = std::chrono::steady_clock::now();
-  EXPECT_EQ(SIGKILL, stop());
-  // 1 s, and the 2 s for which the message stays
-  EXPECT_LE(std::chrono::seconds(3), std::chrono::steady_clock::now() - asked);
-}
-
-TEST_F(Daemon, LeavesTheLockToASuccessorWhoMayNotBeThawedOrStopped) {
-  // our programs may not kill what another user runs
-  if (prctl(PR_CAPBSET_DROP, CAP_KILL) != 0) GTEST_SKIP() << "needs the right to give up rights";
-  const pid_t other = fork();
-  if (other == 0) _exit(setuid(65534) ? 1 : execlp("sleep", home.program().c_str(), "99", nullptr));
-  start();
-  std::fstream(home.lock(), std::ios::in | std::ios::out).seekp(4).put('\1');
-  EXPECT_TRUE(eventually([&] { return !fs::exists(home.lock()); }));
-  std::ofstream(home.lock()) << record(other, 0, 2);
-  EXPECT_EQ(0, end_of_daemon());
-  const std::string frozen = kFrozen + "Trying to unfreez...\nError! Not unfrozzen!\n";
-  EXPECT_EQ("255 " + frozen + record(other, 0, 2), told({"-m:4"}));
-  const std::string not_killed = "Already running! trying to stop...\nERROR!  is not stoped!\n";
-  EXPECT_EQ("255 " + not_killed + record(other, 1, 2, 1), told({"-m:3"}));
 }
 
 }  // namespace

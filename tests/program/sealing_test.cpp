@@ -136,7 +136,7 @@ TEST_F(Sealing, FollowsAnEmptyFileAndTheTrashJournalToo) {
 TEST_F(Sealing, KeepsAFileThatChangesBehindItsLastPassOrWhoseSealIsStopped) {
   for (const bool is_stopped : {false, true}) {
     home.write("in/a.bin", "abc");
-    Program program(home, {"-u:100", "-d:1", "-v:1"});
+    Program program(home, {"-u:300", "-d:1", "-v:1"});
     const auto tells = [&](const char* text) {
       return eventually([&] { return program.out().find(text) != std::string::npos; });
     };
