@@ -16,13 +16,10 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr std::size_t kBatchBytes = 1 << 20;  // for one look of the consumer
 constexpr std::size_t kAhead = 4 << 20;
 constexpr auto kRest = std::chrono::milliseconds(1);
 constexpr std::size_t kMostFreed = 64;  // buffers kept to be filled again
-constexpr auto kLastSweeps = std::chrono::milliseconds(600);
 
 std::uint64_t id_of(const unsigned char* datagram, std::size_t size) {
   return size < sizeof(std::uint64_t) ? 0 : get_le<std::uint64_t>(datagram + kTransferIdAt);
@@ -69,11 +66,20 @@ void Intake::run() {
   std::vector<pollfd> waits{{stop_.get(), POLLIN, 0}};
   for (const UdpSocket& socket : sockets_) waits.push_back({socket.fd(), POLLIN, 0});
   while (poll(waits.data(), waits.size(), -1) < 0 || waits[0].revents == 0) {
-    while ((rest() || sweep()) && poll(waits.data(), 1, 0) == 0) {
+    while ((rest() || sweep() > 0) && poll(waits.data(), 1, 0) == 0) {
     }
   }
-  const Clock::time_point end = Clock::now() + kLastSweeps;
-  while (sweep() && Clock::now() < end) {
+  take_what_waits();
+}
+
+/// Ends on a line that never rests, too.
+void Intake::take_what_waits() {
+  std::uint64_t left = 0;
+  for (const UdpSocket& socket : sockets_) left += socket.waiting();
+  while (left > 0) {
+    const std::size_t taken = sweep();
+    if (taken == 0) return;
+    left -= std::min<std::uint64_t>(left, taken);
   }
 }
 
@@ -90,15 +96,20 @@ bool Intake::rest() {
   return true;
 }
 
-/// Takes a batch from each socket; false if none had any.
-bool Intake::sweep() {
+/// Takes a batch from each socket. Returns its bytes, and one more for each message, which
+/// may have none; 0 if no socket had any.
+std::size_t Intake::sweep() {
   std::uint64_t drops = 0;
+  std::size_t bytes = 0;
   for (UdpSocket& socket : sockets_) {
     std::size_t number = 0;
-    for (const Message& message : socket.receive()) keep(socket, number++, message);
+    for (const Message& message : socket.receive()) {
+      keep(socket, number++, message);
+      bytes += message.size + 1;
+    }
     drops += socket.kernel_drops();
   }
-  if (fresh_.empty()) return false;
+  if (bytes == 0) return 0;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (Taken& taken : fresh_) backlog_.push(std::move(taken));
@@ -107,7 +118,7 @@ bool Intake::sweep() {
   }
   came_.notify_one();
   fresh_.clear();
-  return true;
+  return bytes;
 }
 
 /// Keeps the datagrams of each transfer by themselves: they may be dropped apart. What

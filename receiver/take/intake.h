@@ -66,7 +66,8 @@ class Intake {
   Batch next(std::chrono::milliseconds patience);
 
   /// Takes what waits in the sockets and ends the thread; next() then returns what is
-  /// left in memory. On a line that never rests it stops after a short while.
+  /// left in memory. What comes meanwhile is taken, too, but a line that never rests does
+  /// not keep it from ending.
   void finish();
 
   IntakeCounts counts() const;
@@ -77,7 +78,8 @@ class Intake {
 
  private:
   void run();
-  bool sweep();
+  void take_what_waits();
+  std::size_t sweep();
   bool rest();
   void keep(UdpSocket& socket, std::size_t number, const Message& message);
   std::unique_ptr<unsigned char[]> spare();

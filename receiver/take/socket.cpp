@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 namespace {
@@ -87,11 +88,13 @@ void UdpSocket::enlarge_buffer() {
       ", so bursts may be lost: sysctl -w net.core.rmem_max=" + std::to_string(kWantedBuffer);
 }
 
-bool UdpSocket::is_roomy() const {
+std::uint64_t UdpSocket::waiting() const {
   std::array<std::uint32_t, SK_MEMINFO_VARS> memory{};
   socklen_t size = sizeof memory;
-  return getsockopt(fd_.get(), SOL_SOCKET, SO_MEMINFO, memory.data(), &size) == 0 &&
-         memory[SK_MEMINFO_RMEM_ALLOC] < roomy_below_;
+  if (getsockopt(fd_.get(), SOL_SOCKET, SO_MEMINFO, memory.data(), &size) != 0) {
+    return std::numeric_limits<std::uint64_t>::max();
+  }
+  return memory[SK_MEMINFO_RMEM_ALLOC];
 }
 
 void UdpSocket::read_control(msghdr& message, std::size_t& segment) {

@@ -44,11 +44,15 @@ class UdpSocket {
   /// they are, and takes `spare`, of kMessageRoom bytes, in its place.
   std::unique_ptr<unsigned char[]> hand_over(std::size_t i, std::unique_ptr<unsigned char[]> spare);
 
-  /// The descriptor to wait on with poll(2).
-  /// True while what waits in the kernel's buffer leaves much of it free: the next call of
-  /// receive() may wait for some milliseconds.
-  bool is_roomy() const;
+  /// Bytes that wait in the kernel's buffer, with what the kernel adds to each datagram
+  /// (SK_MEMINFO_RMEM_ALLOC, sock_diag(7)); the largest number if it does not tell.
+  std::uint64_t waiting() const;
 
+  /// True while what waits leaves much of that buffer free: the next call of receive() may
+  /// come some milliseconds later.
+  bool is_roomy() const { return waiting() < roomy_below_; }
+
+  /// The descriptor to wait on with poll(2).
   int fd() const { return fd_.get(); }
 
   /// How often the kernel dropped a datagram, or several that it had joined
@@ -65,7 +69,7 @@ class UdpSocket {
   std::string warning_;
   std::vector<std::unique_ptr<unsigned char[]>> buffers_;
   std::vector<Message> messages_;  ///< each in the buffer of its number
-  std::uint64_t roomy_below_ = 0;  ///< bytes that wait, as the kernel counts them
+  std::uint64_t roomy_below_ = 0;  ///< of waiting()
   std::uint64_t drops_ = 0;
   std::uint32_t last_drops_ = 0;  ///< the kernel's counter has 32 bits
 };
