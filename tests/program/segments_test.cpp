@@ -6,9 +6,9 @@
 
 #include "support.h"
 
-/// Sends files around every size at which a batch may end; by the same paths
-/// where `home` is the same.
-std::vector<Packet> send_all(const TempDir& home, const std::string& datagram) {
+/// Sends files around every size at which a batch may end; by the same paths where `home`
+/// is the same. Each datagram has a call of its own unless it `joins` others.
+std::vector<Packet> send_all(const TempDir& home, const std::string& datagram, bool joins) {
   const std::size_t part = std::stoul(datagram) - 20;
   for (const std::size_t parts : {0U, 1U, 2U, 7U, 8U, 46U, 47U, 93U, 200U}) {
     for (const std::size_t more : {0U, 1U}) {
@@ -18,8 +18,10 @@ std::vector<Packet> send_all(const TempDir& home, const std::string& datagram) {
     }
   }
   const Collector net;
-  Program program(home, {"-v:0", "-s:0", "-f:in", "-c:0", "-q:30", "-u:1", "-a:cp1251",
-                         "-t:" + datagram, "-p:" + net.port});
+  Program program(home,
+                  {"-v:0", "-s:0", "-f:in", "-c:0", "-q:30", "-u:1", "-a:cp1251", "-t:" + datagram,
+                   "-p:" + net.port},
+                  [&] { setenv(joins ? "ANY_NAME" : "TARNWICK_PLAIN_SENDS", "1", 1); });
   EXPECT_EQ(0, program.wait());
   EXPECT_TRUE(fs::is_empty(home.path("in")));
   fs::remove(home.path("in"));
@@ -44,14 +46,6 @@ std::size_t joined(const std::vector<Packet>& packets) {
   return packets.size() - stamps.size();
 }
 
-/// The same with a call for each datagram.
-std::vector<Packet> send_all_plainly(const TempDir& home, const std::string& datagram) {
-  setenv("TARNWICK_PLAIN_SENDS", "1", 1);
-  const auto packets = send_all(home, datagram);
-  unsetenv("TARNWICK_PLAIN_SENDS");
-  return packets;
-}
-
 /// Moves this process to a network of its own, with frames of `mtu` bytes.
 bool enter_network(int mtu) {
   if (!enter_own_network()) return false;
@@ -73,8 +67,8 @@ struct Segments : testing::Test {
 
 TEST_F(Segments, AreTheSameDatagramsInTheSameOrder) {
   for (const std::string datagram : {"1400", "8192"}) {
-    const auto many_a_call = send_all(home, datagram);
-    const auto one_a_call = send_all_plainly(home, datagram);
+    const auto many_a_call = send_all(home, datagram, true);
+    const auto one_a_call = send_all(home, datagram, false);
     EXPECT_TRUE(masked(many_a_call) == masked(one_a_call)) << datagram;
     EXPECT_EQ(0U, joined(one_a_call));
     // with a send buffer of the ordinary size each goes out by itself
@@ -85,7 +79,7 @@ TEST_F(Segments, AreTheSameDatagramsInTheSameOrder) {
 
 TEST_F(Segments, GoOutOneByOneWhereTheyWouldBeFragments) {
   if (!enter_network(1500)) GTEST_SKIP() << "needs the right to make a network";
-  const auto refused = send_all(home, "8192");
+  const auto refused = send_all(home, "8192", true);
   EXPECT_EQ(0U, joined(refused));
-  EXPECT_TRUE(masked(refused) == masked(send_all_plainly(home, "8192")));
+  EXPECT_TRUE(masked(refused) == masked(send_all(home, "8192", false)));
 }

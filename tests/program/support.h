@@ -236,9 +236,8 @@ class Collector : Receiver {
 
   /// What came since the last call, up to a silence of 0.2 s.
   std::vector<Packet> packets() const {
-    for (std::size_t before = ~0UL; before != count() || is_readable(0); usleep(200'000)) {
-      before = count();
-    }
+    for (std::size_t before = ~0UL; before != count_ || is_readable(0); usleep(200'000))
+      before = count_;
     const std::lock_guard<std::mutex> guard(mutex_);
     return std::exchange(packets_, {});
   }
@@ -259,10 +258,6 @@ class Collector : Receiver {
     pollfd ready{sock.get(), POLLIN, 0};
     return poll(&ready, 1, timeout_ms) > 0;
   }
-  std::size_t count() const {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    return packets_.size();
-  }
   void read() {
     std::string buffer(1 << 16, '\0');
     while (!ended_) {
@@ -273,12 +268,14 @@ class Collector : Receiver {
       EXPECT_EQ(0, ioctl(sock.get(), SIOCGSTAMPNS, &at));
       const auto arrived = static_cast<std::uint64_t>(at.tv_sec * 1'000'000'000 + at.tv_nsec);
       packets_.push_back({arrived, buffer.substr(0, len)});
+      ++count_;
     }
   }
 
   static constexpr int kBuffer = 512 << 20;
   mutable std::mutex mutex_;
   mutable std::vector<Packet> packets_;
+  std::atomic<std::size_t> count_{0};  ///< of all so far
   std::atomic<bool> ended_{false};
   std::thread reader_;
 };
