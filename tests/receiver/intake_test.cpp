@@ -121,14 +121,14 @@ TEST(Intake, LosesNothingWhileNobodyFetchesAndKeepsTheOrderOfEachTransfer) {
   for (int i = 0; i < 2; ++i) sockets.emplace_back(at);
   Intake intake(sockets, 64 << 20, false);
   const Fd sender(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  constexpr int kSegment = 1400;
+  constexpr unsigned kSegment = 1400;
   ASSERT_EQ(0, setsockopt(sender.get(), IPPROTO_UDP, UDP_SEGMENT, &kSegment, sizeof kSegment));
   constexpr std::uint64_t kPairs = 3'000;  // more than an ordinary receive buffer holds
   for (std::uint64_t i = 0; i < kPairs; ++i) {
     const UdpSocket& to = sockets[i % 2];
     ASSERT_EQ(0, getsockname(to.fd(), reinterpret_cast<sockaddr*>(&at), &length));
     unsigned char pair[2 * kSegment] = {};  // of two transfers; they may arrive as one message
-    for (const std::size_t begin : {0, kSegment}) {
+    for (const std::size_t begin : {0U, kSegment}) {
       pair[begin] = static_cast<unsigned char>(1 + 2 * (i % 2) + (begin > 0));
       std::memcpy(pair + begin + 8, &i, sizeof i);
     }
