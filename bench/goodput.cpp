@@ -11,6 +11,7 @@
 #include "bench/report.h"
 #include "bench/tables.h"
 #include "bench/transmitter.h"
+#include "send/seal.h"
 #include "wire/wire_format.h"
 
 namespace {
@@ -71,8 +72,9 @@ double metric(const std::string& file, const std::string& name) {
   fail("the receiver left no count of " + name);
 }
 
-void run_tarnwick(Pair& pair, const Load& load, const char* sync) {
+void run_tarnwick(Pair& pair, const Load& load, const char* sync, const Behind& behind = {}) {
   constexpr double kAfterHeader = 0.010;  // s, prescribed
+  constexpr double kDrained = 0.5;        // s after which the receiver has read all that came
   const WorkFolder work;
   const std::uint16_t port = Sink().port();
   std::vector<std::string> command{RECEIVER,
@@ -82,8 +84,6 @@ void run_tarnwick(Pair& pair, const Load& load, const char* sync) {
                                    "127.0.0.1:" + std::to_string(port),
                                    "--metrics",
                                    work.path("metrics"),
-                                   "--count",
-                                   "1",
                                    "--give-up",
                                    "3"};
   if (*sync != '\0') command.emplace_back(sync);
@@ -91,18 +91,20 @@ void run_tarnwick(Pair& pair, const Load& load, const char* sync) {
   Child receiver(command, Child::Output::kRead);
   if (receiver.read_line(kPatience).find(" listening") == std::string::npos)
     fail("the receiver does not start");
-  Transmitter transmitter(load.datagram, 0, port);
+  Transmitter transmitter(load.datagram, 0, port, behind);
   const double begin = now() + kAfterHeader;
   transmitter.send(load.file);
   const std::string said = receiver.read_line(kPatience);
-  const double seconds = now() - begin;
+  const double seconds = now() - begin - (behind.seal ? kAfterHeader : 0);
   const bool delivered = said.find(" delivered ") != std::string::npos;
   pair.mbytes.add(delivered ? static_cast<double>(load.bytes) / 1e6 / seconds : 0);
-  if (!delivered) receiver.ask_to_end();
+  rest(kDrained);
+  receiver.ask_to_end();
   receiver.finish();
   // not its count of drops: what was joined by then counts as one in it
   const double came = metric(work.path("metrics"), "datagrams_total");
-  pair.lost.add(1 - came / static_cast<double>(load.count + 1));  // and the header packet
+  const std::uint64_t seal = behind.seal ? 1 + repair_parts(load.bytes) : 0;
+  pair.lost.add(1 - came / static_cast<double>(load.count + 1 + seal));  // and the header packet
 }
 #endif
 
@@ -125,12 +127,18 @@ void measure_goodput(const Extent& extent) {
 #ifdef RECEIVER
   pairs.push_back({"Tarnwick, --no-sync"});
   pairs.push_back({"Tarnwick, synced"});
+#ifdef SEAL
+  pairs.push_back({"Tarnwick, --no-sync, --repair=5"});
+#endif
 #endif
   for (int round = 0; round < rounds; ++round) {
     run_plain(pairs[0], load);
 #ifdef RECEIVER
     run_tarnwick(pairs[1], load, "--no-sync");
     run_tarnwick(pairs[2], load, "");
+#ifdef SEAL
+    run_tarnwick(pairs[3], load, "--no-sync", {true, "5"});
+#endif
 #endif
   }
   std::cout << "## Sender to receiver, unpaced, one pass\n\n"

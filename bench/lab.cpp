@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <random>
@@ -30,6 +31,12 @@ void fail(const std::string& text) {
 double now() {
   const auto since = std::chrono::steady_clock::now().time_since_epoch();
   return std::chrono::duration<double>(since).count();
+}
+
+double processor_seconds() {
+  std::timespec used{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+  return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
 }
 
 void rest(double seconds) { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); }

@@ -29,6 +29,9 @@ struct Extent {
 /// Monotonic clock, s.
 double now();
 
+/// What this process has run so far, s, in the kernel and outside.
+double processor_seconds();
+
 /// Sleeps for at least so long.
 void rest(double seconds);
 

@@ -18,10 +18,13 @@ struct Measurement {
   void (*measure)(const Extent& extent);
 };
 
-constexpr Measurement kMeasurements[] = {
-    {"sending", measure_sending},       {"goodput", measure_goodput},
-    {"pacing", measure_pacing},         {"walk", measure_walk},
-    {"open-files", measure_open_files}, {"small-files", measure_small_files}};
+constexpr Measurement kMeasurements[] = {{"sending", measure_sending},
+                                         {"sealing", measure_sealing},
+                                         {"goodput", measure_goodput},
+                                         {"pacing", measure_pacing},
+                                         {"walk", measure_walk},
+                                         {"open-files", measure_open_files},
+                                         {"small-files", measure_small_files}};
 
 std::string cpu_model() {
   std::ifstream cpus("/proc/cpuinfo");
@@ -53,8 +56,8 @@ void print_conditions(bool quick) {
 
 int main(int argc, char** argv) {
   std::vector<std::string> words(argv + 1, argv + argc);
-  if (words.size() == 4 && words[0] == "--send-once") {
-    return send_once(words[1], words[2], words[3]);
+  if (words.size() >= 4 && words[0] == "--send-once") {
+    return send_once({words.begin() + 1, words.end()});
   }
   const auto asked = [&words](const std::string& word) {
     return std::find(words.begin(), words.end(), word) != words.end();

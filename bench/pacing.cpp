@@ -40,8 +40,9 @@ void send_bare(const Load& load, const Sink& sink, std::uint64_t (*clock)()) {
   }
 }
 
-/// Arrival of the next data packet in ns since 1970; 0 if there is none.
-std::uint64_t next_arrival(const Sink& sink) {
+/// Arrival of the next data packet in ns since 1970; 0 if there is none. Only the first
+/// transfer counts, whose id `id` is from then on: 0 before.
+std::uint64_t next_arrival(const Sink& sink, std::uint64_t& id) {
   unsigned char header[kHeaderSize];
   alignas(cmsghdr) char control[CMSG_SPACE(sizeof(std::timespec))];
   while (true) {
@@ -53,6 +54,8 @@ std::uint64_t next_arrival(const Sink& sink) {
     message.msg_controllen = sizeof control;
     if (recvmsg(sink.fd(), &message, MSG_DONTWAIT) < 0) return 0;
     if (get_le<std::uint64_t>(header + kPartNoAt) == 0) continue;
+    if (id == 0) id = get_le<std::uint64_t>(header);
+    if (get_le<std::uint64_t>(header) != id) continue;  // a seal
     std::timespec at{};
     const cmsghdr* const stamp = CMSG_FIRSTHDR(&message);
     if (stamp == nullptr || stamp->cmsg_type != SCM_TIMESTAMPNS) fail("no time stamps");
@@ -72,10 +75,12 @@ void observe(Pace& pace, const Load& load, Send send) {
   const Sink sink(kBuffer);
   const int on = 1;
   setsockopt(sink.fd(), SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
+  rest(0.02);  // the kernel begins with the stamps a moment later
   send(sink);
   Samples gaps;
-  std::uint64_t before = next_arrival(sink);
-  for (std::uint64_t at = 0; (at = next_arrival(sink)) != 0; before = at) {
+  std::uint64_t id = 0;
+  std::uint64_t before = next_arrival(sink, id);
+  for (std::uint64_t at = 0; (at = next_arrival(sink, id)) != 0; before = at) {
     gaps.add(static_cast<double>(at) - static_cast<double>(before));
   }
   if (gaps.size() + 1 != load.count) fail("datagrams were lost on the way to the stamps");
@@ -98,7 +103,7 @@ double in_steps(std::uint64_t interval) {
 
 struct Result {
   Setting setting;
-  Pace tarnwick{}, same_clock{}, exact_clock{};
+  Pace tarnwick{}, sealed{}, same_clock{}, exact_clock{};
 };
 
 void measure(Result& result, const Extent& extent) {
@@ -107,11 +112,15 @@ void measure(Result& result, const Extent& extent) {
   const std::uint64_t count = std::clamp(span / interval, kLeast, kMost);
   const WorkFolder work;
   const Load load = make_load(work.path("load"), datagram, count);
+  const auto send = [&](const Sink& sink, const Behind& behind) {
+    Transmitter transmitter(load.datagram, result.setting.speed, sink.port(), behind);
+    transmitter.send(load.file);
+  };
   for (int round = 0; round < extent.of(5, 2); ++round) {
-    observe(result.tarnwick, load, [&](const Sink& sink) {
-      Transmitter transmitter(load.datagram, result.setting.speed, sink.port());
-      transmitter.send(load.file);
-    });
+    observe(result.tarnwick, load, [&](const Sink& sink) { send(sink, {}); });
+#ifdef SEAL
+    observe(result.sealed, load, [&](const Sink& sink) { send(sink, {true, "5"}); });
+#endif
     observe(result.same_clock, load, [&](const Sink& sink) { send_bare(load, sink, GetNanoTime); });
     observe(result.exact_clock, load, [&](const Sink& sink) { send_bare(load, sink, exact_time); });
   }
@@ -125,7 +134,8 @@ void print(const std::vector<Result>& results) {
   Table gaps({"Mbit/s", "bytes", "interval ns", "clock %", "least %", "p1 %", "median %", "p99 %",
               "max %", "reached Mbit/s", "gaps"});
   Table means({"Mbit/s", "bytes", "mean over bare loop %", "over one with an exact clock %",
-               "bare least %", "bare p1 %", "bare median %", "bare p99 %", "bare max %"});
+               "with a seal over without %", "bare least %", "bare p1 %", "bare median %",
+               "bare p99 %", "bare max %"});
   for (const Result& result : results) {
     const auto [speed, datagram, interval] = result.setting;
     const auto over = [i = interval](double gap) { return percent_over(gap, i); };
@@ -135,16 +145,19 @@ void print(const std::vector<Result>& results) {
               over(g.percentile(0.99)), over(g.most()),
               number(speed * static_cast<double>(interval) / g.mean(), 2),
               std::to_string(g.size())});
-    const auto excess = [&](const Pace& bare) {
-      const Samples rounds = ratios(result.tarnwick.means, bare.means);
+    const auto excess = [](const Pace& pace, const Pace& bare) {
       Samples percent;
+      if (pace.means.empty()) return spread(percent, 2);
+      const Samples rounds = ratios(pace.means, bare.means);
       for (std::size_t i = 0; i < rounds.size(); ++i) percent.add(100 * (rounds[i] - 1));
       return spread(percent, 2);
     };
     const Samples& b = result.same_clock.gaps;
-    means.row({number(speed, 0), std::to_string(datagram), excess(result.same_clock),
-               excess(result.exact_clock), over(b.least()), over(b.percentile(0.01)),
-               over(b.median()), over(b.percentile(0.99)), over(b.most())});
+    means.row({number(speed, 0), std::to_string(datagram),
+               excess(result.tarnwick, result.same_clock),
+               excess(result.tarnwick, result.exact_clock), excess(result.sealed, result.tarnwick),
+               over(b.least()), over(b.percentile(0.01)), over(b.median()),
+               over(b.percentile(0.99)), over(b.most())});
   }
   gaps.print();
   means.print();

@@ -1,4 +1,6 @@
 // Unpaced sending to a socket that doesn't read.
+#include <sys/resource.h>
+
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -103,12 +105,20 @@ void measure_sending(const Extent& extent) {
   if (!segments_are_usable()) std::cout << "The kernel refused segmented sends.\n\n";
 }
 
-int send_once(const std::string& file, const std::string& datagram, const std::string& port) {
+int send_once(const std::vector<std::string>& words) {
   const auto to_int = [](const std::string& text) {
     return std::strtoul(text.c_str(), nullptr, 10);
   };
-  Transmitter transmitter(static_cast<std::uint32_t>(to_int(datagram)), 0,
-                          static_cast<std::uint16_t>(to_int(port)));
-  std::cout << transmitter.send(file) << std::endl;
+  Behind behind;
+  behind.seal = words.size() > 3;
+  if (behind.seal) behind.repair = words[3];
+  Transmitter transmitter(static_cast<std::uint32_t>(to_int(words[1])), 0,
+                          static_cast<std::uint16_t>(to_int(words[2])), behind);
+  const double processor = processor_seconds();
+  const double seconds = transmitter.send(words[0]);
+  rusage used{};
+  getrusage(RUSAGE_SELF, &used);
+  std::cout << seconds << " " << processor_seconds() - processor << " "
+            << static_cast<double>(used.ru_maxrss) / 1024 << std::endl;
   return 0;
 }

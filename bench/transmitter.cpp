@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bench/lab.h"
+#include "send/seal.h"
 #include "send/send_file.h"
 #include "send/socket.h"
 #include "state/settings.h"
@@ -28,13 +29,17 @@ Load make_load(const std::string& path, std::uint32_t datagram, std::uint64_t co
   return load;
 }
 
-Transmitter::Transmitter(std::uint32_t datagram, double speed, std::uint16_t port) {
+Transmitter::Transmitter(std::uint32_t datagram, double speed, std::uint16_t port,
+                         const Behind& behind) {
   settings = Settings{};
   use_charset("UTF-8");
   settings.head_send = 1;
   settings.data_send = 1;
   settings.speed = speed;
   settings.udata_size = static_cast<int>(datagram);
+  settings.seal = behind.seal;
+  settings.repair = behind.repair;
+  if (const std::string why = prepare_seals(); !why.empty()) fail(why);
   folder_.ip = "127.0.0.1";
   folder_.port = port;
   cur_folder = &folder_;
@@ -49,7 +54,7 @@ Transmitter::~Transmitter() {
 double Transmitter::send(const std::string& file) {
   const double begin = now();
   if (SendFile(file, "", kKindFile) != kSent) fail("not sent: " + file);
-  return now() - begin - kAfterHeader;
+  return now() - begin - kAfterHeader * (settings.seal ? 2 : 1);
 }
 
 double send_plainly(const Load& load, const sockaddr_in& to, bool headers) {

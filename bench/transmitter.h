@@ -19,16 +19,23 @@ struct Load {
 /// Writes the file `path` for `count` full datagrams.
 Load make_load(const std::string& path, std::uint32_t datagram, std::uint64_t count);
 
+/// What goes out behind a file.
+struct Behind {
+  bool seal = false;
+  std::string repair{};  ///< percentage of repair parts, empty for none
+};
+
 /// Tarnwick in this process: one header packet, one pass, silent.
 class Transmitter {
  public:
   /// Sends at `speed` Mbit/s to `port` of 127.0.0.1.
-  Transmitter(std::uint32_t datagram, double speed, std::uint16_t port);
+  Transmitter(std::uint32_t datagram, double speed, std::uint16_t port, const Behind& behind = {});
   ~Transmitter();
   Transmitter(const Transmitter&) = delete;
   Transmitter& operator=(const Transmitter&) = delete;
 
-  /// Seconds for the whole file, less the prescribed pause behind its header.
+  /// Seconds for the whole file, less the prescribed pauses behind its header and its
+  /// seal's.
   double send(const std::string& file);
 
  private:
