@@ -162,15 +162,9 @@ struct Controller : Cycle {
       alarm(300);  // outlives no failure
       for (;;) pause();
     }
-    put(0, 0);
+    put(lock_record(owner));
   }
-  void put(std::int16_t command, std::int16_t status, bool stop = false) const {
-    std::ofstream(path) << record(command, status, stop);
-  }
-  std::string record(std::int16_t command, std::int16_t status, bool stop = false) const {
-    const std::int32_t words[] = {owner, (stop ? 1 : 0) | command << 16, status};
-    return {reinterpret_cast<const char*>(words), sizeof words};
-  }
+  void put(const std::string& record) const { std::ofstream(path) << record; }
   /// What this mode tells and its status.
   std::string told(int (*mode)(Proc&)) {
     console.str("");
@@ -193,15 +187,15 @@ TEST_F(Controller, TellsWhatAnOwnerDoesNotDoAndKillsIt) {
   start_owner();
   const std::string freezing = "Already running! trying to freez...\n";
   EXPECT_EQ(freezing + "Error! Not frozzen!\n-1", told(run_trash_journal));
-  EXPECT_EQ(record(0, 0), contents(path));
-  on_pause = [this](std::uint32_t) { put(0, 2); };
+  EXPECT_EQ(lock_record(owner), contents(path));
+  on_pause = [this](std::uint32_t) { put(lock_record(owner, 0, 0, 2)); };
   EXPECT_EQ(freezing + "OK!  frozzen!\nTrying to unfreez...\nError! Not unfrozzen!\n-1",
             told(run_trash_journal));
   on_pause = [](std::uint32_t) {};
   kill_error = EPERM;
   const std::string stopping = "Already running! trying to stop...\n";
   EXPECT_EQ(stopping + "ERROR!  is not stoped!\n-1", told(run_stop));
-  EXPECT_EQ(record(1, 2, true), contents(path));
+  EXPECT_EQ(lock_record(owner, 1, 1, 2), contents(path));
   kill_error = 0, pauses.clear();
   EXPECT_EQ(stopping + "OK!  stoped!\n0", told(run_stop));
   EXPECT_EQ(101U, pauses.size()) << "1 s, and one for the message";

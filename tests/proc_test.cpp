@@ -35,7 +35,7 @@ struct Lock : StateTest {
       alarm(300);  // outlives no failure
       for (Proc owner(name, dir.root);;) pause();
     }
-    for (int i = 0; i < 60'000 && contents(path) != record(child); ++i) usleep(1000);
+    for (int i = 0; i < 60'000 && contents(path) != lock_record(child); ++i) usleep(1000);
   }
   /// Starts a process that becomes a daemon, and waits for its foreground part. The
   /// daemon ends with 0 as soon as it is asked to stop, or with 1 after 60 s.
@@ -53,11 +53,6 @@ struct Lock : StateTest {
     waitpid(child, &ended, 0);
   }
   void put(const std::string& bytes) const { std::ofstream(path) << bytes; }
-  static std::string record(int pid, char stop = 0, char command = 0, char status = 0) {
-    std::string bytes{0, 0, 0, 0, stop, 0, command, 0, status, 0, 0, 0};
-    for (std::size_t i = 0; i < 4; ++i) bytes[i] = static_cast<char>(pid >> 8 * i);
-    return bytes;
-  }
 
   const std::string name = "lock";
   const std::string path = dir.path("lock.lock");
@@ -66,13 +61,13 @@ struct Lock : StateTest {
 };
 
 TEST_F(Lock, IsTakenFromAnOwnerWhoIsDead) {
-  for (const auto& stale :
-       {record(0, 1), record(-1), record(1).substr(0, 11), record(0x7FFFFFFF, 1, 3, 2)}) {
+  for (const auto& stale : {lock_record(0, 1), lock_record(-1), lock_record(1).substr(0, 11),
+                            lock_record(0x7FFFFFFF, 1, 3, 2)}) {
     put(stale);
     Proc next(name, dir.root);
     EXPECT_FALSE(next.is_already_run());
-    EXPECT_EQ(record(getpid()), contents(path));
-    put(record(getpid(), 7));  // a byte that no bool has
+    EXPECT_EQ(lock_record(getpid()), contents(path));
+    put(lock_record(getpid(), 7));  // a byte that no bool has
     EXPECT_TRUE(next.if_terminated_unlock());
     EXPECT_FALSE(fs::exists(path));
   }
@@ -106,23 +101,23 @@ TEST_F(Lock, IsLeftToACopyThatHasTakenItMeanwhile) {
   Proc controller(name, dir.root);
   ASSERT_TRUE(controller.is_already_run());
   fs::remove(path);
-  put(record(getpid()));
+  put(lock_record(getpid()));
   EXPECT_TRUE(controller.terminate_wait(10));
   EXPECT_EQ(0, waitpid(child, nullptr, WNOHANG));  // it had let go: no need to kill it
   controller.clear_lock_of(controller.owner());
-  EXPECT_EQ(record(getpid()), contents(path));
+  EXPECT_EQ(lock_record(getpid()), contents(path));
 }
 
 TEST_F(Lock, IsNotReadByHalves) {
   start_owner();
   Proc controller(name, dir.root);
-  on_pause = [&](std::uint32_t) { put(record(getpid()).substr(0, 4)); };
+  on_pause = [&](std::uint32_t) { put(lock_record(getpid()).substr(0, 4)); };
   EXPECT_FALSE(controller.freez(1));
   EXPECT_EQ(child, controller.owner());
   std::string asked;
   on_pause = [&](std::uint32_t) { asked = contents(path); };
   EXPECT_TRUE(controller.terminate_wait(10));
-  EXPECT_EQ(record(child, 1, 1), asked) << "the record is whole again";
+  EXPECT_EQ(lock_record(child, 1, 1), asked) << "the record is whole again";
 }
 
 TEST_F(Lock, OfAStrangerMayNotHaveOthersKilledOrOverwritten) {
@@ -130,7 +125,7 @@ TEST_F(Lock, OfAStrangerMayNotHaveOthersKilledOrOverwritten) {
     EXPECT_EXIT((show_all(), Proc(name, dir.root)), testing::ExitedWithCode(1),
                 "^openclose: Cannot open");
   };
-  put(record(getpid()));
+  put(lock_record(getpid()));
   if (!give_away(path)) return;  // we are not root
   is_refused();
   int ready[2];
@@ -140,7 +135,7 @@ TEST_F(Lock, OfAStrangerMayNotHaveOthersKilledOrOverwritten) {
     _exit(setuid(kStranger) == 0 && write(ready[1], "", 1) == 1 ? pause() : 1);
   }
   EXPECT_EQ(1, read(ready[0], ready, 1));
-  put(record(child));
+  put(lock_record(child));
   EXPECT_TRUE(Proc(name, dir.root).is_already_run());  // one that the stranger could kill as well
   const std::string other = path + ".other";
   std::ofstream(other) << "untouched";

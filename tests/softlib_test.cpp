@@ -102,19 +102,14 @@ TEST(Log, GoesToPipesButNotThroughAStrangersLinkAndWarnsOnceWhenItFails) {
   EXPECT_EQ(2, read(reader.get(), text, sizeof text));
   EXPECT_STREQ("a\n", text);
   if (!give_away(log)) return;  // we are not root
-  fs::remove(pipe);
-  dir.file("pipe");
-  write_log(log, "b", false);
-  write_log(log, "c", false);
+  fs::remove(pipe), dir.file("pipe");
+  write_log(log, "b", false), write_log(log, "c", false);
   EXPECT_EQ("x", contents(pipe));
   EXPECT_EQ("warning: can't write the log " + log + "\n", system_log);
   fs::remove(log);
   ASSERT_EQ(0, mkfifo(log.c_str(), 0600));
   ASSERT_TRUE(give_away(log));
   write_log(log, "d", false);  // would wait for a reader for ever
-  fs::remove(log);
-  write_log(log, "e", false);
-  EXPECT_EQ("e\n", contents(log));
 }
 
 TEST(ReplaceFile, ShowsTheOldTextOrTheNewAndLeavesWhatIsNoFileAlone) {

@@ -47,6 +47,9 @@ constexpr uid_t kStranger = 54321;
 /// alone can.
 bool give_away(const std::string& path);
 
+/// What a lock file holds.
+std::string lock_record(std::int32_t pid, char stop = 0, char command = 0, char status = 0);
+
 /// Sets the byte in a lock file by which its owner is asked to end.
 void ask_to_stop(const std::string& lock);
 
