@@ -2,6 +2,7 @@
 #include <net/if.h>
 #include <sys/ioctl.h>
 
+#include <cstring>
 #include <set>
 
 #include "support.h"
@@ -50,7 +51,8 @@ std::size_t joined(const std::vector<Packet>& packets) {
 bool enter_network(int mtu) {
   if (!enter_own_network()) return false;
   const Fd any(socket(AF_INET, SOCK_DGRAM, 0));
-  ifreq lo{"lo", {}};
+  ifreq lo{};
+  std::strcpy(lo.ifr_name, "lo");
   lo.ifr_mtu = mtu;
   if (ioctl(any.get(), SIOCSIFMTU, &lo) != 0) return false;
   lo.ifr_flags = IFF_UP;
