@@ -47,17 +47,19 @@ TEST_F(Receive, NeverReplacesWhatAnotherPathBrought) {
   fs::remove(into / "d/F.txt");
   EXPECT_EQ("F.txt", arrives_as("/three", "3"));
   EXPECT_EQ("F (3).txt collided", arrives_as("/one", "its name went to another"));
+  std::ofstream(into / "d/F (4).txt") << "in no ledger";
+  EXPECT_EQ("F (5).txt collided", arrives_as("/four", "4"));
+  fs::remove(into / "d/F.txt"), fs::create_directory(into / "d/F.txt");
   int acts = 0;
   on_act = [&] {  // between the look for a free name and the move
-    if (++acts == 3) std::ofstream(into / "d/F (4).txt") << "in no ledger";
+    if (++acts == 5) std::ofstream(into / "d/F (6).txt") << "in no ledger";
   };
-  EXPECT_EQ("F (5).txt collided", arrives_as("/four", "4"));
+  EXPECT_EQ("F (7).txt collided", arrives_as("/three", "a folder has the name"));
   on_act = [] {};
-  EXPECT_EQ("in no ledger", contents(into / "d/F (4).txt"));
-  fs::remove(into / "d/F.txt"), fs::create_directory(into / "d/F.txt");
-  EXPECT_EQ("F (6).txt collided", arrives_as("/three", "a folder has the name"));
+  for (const char* stranger : {"d/F (4).txt", "d/F (6).txt"})
+    EXPECT_EQ("in no ledger", contents(into / stranger)) << stranger;
   start({"--keep-existing"});
-  EXPECT_EQ("F (7).txt", arrives_as("/three", "kept"));
+  EXPECT_EQ("F (8).txt", arrives_as("/three", "kept"));
   std::ostringstream report;
   EXPECT_EQ(0U, print_report(*ledger, {}, report));
   EXPECT_NE(std::string::npos, report.str().find("; 10 names collided"));
@@ -145,6 +147,19 @@ TEST_F(Receive, NumbersAFolderThatHasAFilesName) {
   EXPECT_TRUE(find(3)->collided);
   EXPECT_EQ("Stra/sub/y", find(3)->asked_for);
   EXPECT_EQ(1, std::distance(fs::directory_iterator(into / "Stra (1)"), {}));
+}
+
+TEST_F(Receive, FollowsNoLinkThatTakesThePlaceOfANewFolder) {
+  start();
+  fs::create_directory(root / "outside");
+  on_act = [&] {
+    if (!fs::is_directory(fs::symlink_status(into / "d"))) return;
+    fs::remove(into / "d"), fs::create_symlink(root / "outside", into / "d");
+  };
+  feed(File{1, "f", "x", "d"}.pass());
+  on_act = [] {};
+  EXPECT_TRUE(fs::is_symlink(into / "d"));
+  EXPECT_TRUE(fs::is_empty(root / "outside"));
 }
 
 TEST_F(Receive, NoDiskOrDescriptorForAWhileCostsNoFileThatComesAgain) {
@@ -254,7 +269,7 @@ TEST_F(Receive, ReadsALongJournalInPortions) {
   const File journal{1, "j", lines + File{9, "sent", ""}.journal_line(), "", 1400, 1};
   feed(journal.pass());
   EXPECT_EQ("", told("delivered", "path")) << "other files have their turn";
-  for (int portion = 0; portion < 2; ++portion) pass_time(1e9);
+  pass_time(1e9);
   EXPECT_EQ("j ", told("delivered", "path"));
   EXPECT_EQ(1U, ledger->match_journal().size());
 }

@@ -123,6 +123,7 @@ TEST_F(LedgerTest, RefusesWhatItCannotUseAndSaysThatADamagedFileGaveLess) {
   EXPECT_NE(std::string::npos, refusal(file + "2").find("another program's")) << error;
   EXPECT_NE("", refusal(root));
   EXPECT_FALSE(Ledger::open_to_read(file, error));
+  EXPECT_EQ("Can't open ledger " + file + ": No such file or directory", error);
   for (const std::uint64_t id : {1U, 2U}) save(*Ledger::open(file, error), id, {}, 1 << 16);
   overwrite(1 << 16, std::string(1 << 13, 'x'));
   const auto ledger = Ledger::open_to_read(file, error);
