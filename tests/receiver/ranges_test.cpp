@@ -6,6 +6,8 @@
 #include <random>
 #include <set>
 
+#include "receiver/base/byte_ranges.h"
+
 TEST(RangesTest, AgreesWithASetUnderRandomRemovals) {
   std::mt19937 random(7);
   for (int round = 0; round < 200; ++round) {
@@ -30,4 +32,17 @@ TEST(RangesTest, ReachesTheLastNumberAndReadsOnlyItsOwnText) {
   for (const char* text : {"0-", "5-4", "5-5", "1,", ",1", "1-2,3", "1-5,3-9", "1-5,5-9", "01",
                            "1;2", "-1", "0-18446744073709551615"})
     EXPECT_FALSE(Ranges::parse(text)) << text;
+}
+
+TEST(RangesTest, OfBytesAreThoseOfPartsThatTheFileCanHave) {
+  TransferRecord record;
+  record.udata_size = 1400, record.size = 3000;
+  for (const auto& [missing, bytes] : {std::pair{"x", ""},
+                                       {"0-1", ""},
+                                       {"4", ""},
+                                       {"2-3", "1380-2999"},
+                                       {"1,3-9", "0-1379, 2760-2999"}}) {
+    record.missing = missing;
+    EXPECT_EQ(bytes, ranges_text(missing_bytes(record))) << missing;
+  }
 }
