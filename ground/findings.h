@@ -1,4 +1,4 @@
-// ground/findings.h: what there is to say of a setting, by the checks of both ends.
+// ground/findings.h: what the checks of the sender and of the receiver found out.
 #pragma once
 
 #include <string>
@@ -6,13 +6,13 @@
 
 enum class Weight {
   kNote,     ///< worth knowing; the status stays as it is
-  kWarning,  ///< it runs, and something goes wrong
-  kStop,     ///< it would not run, or could send nothing
+  kWarning,  ///< the program runs, but something goes wrong
+  kStop,     ///< the program would not run, or could do nothing
 };
 
 struct Finding {
   Weight weight;
-  std::string about;  ///< its subject, one of a few words
+  std::string about;  ///< its subject, such as "log" or "trash"
   std::string text;
 };
 
@@ -26,24 +26,24 @@ class Findings {
 
   const std::vector<Finding>& all() const { return all_; }
 
-  /// How many have this weight.
+  /// Returns how many findings have this weight.
   std::size_t count(Weight weight) const;
 
-  /// The first that would keep the sender from running; null if none does.
+  /// Returns the first finding of weight kStop; null if there is none.
   const Finding* first_stop() const;
 
-  /// The exit status: 0 nothing to say, 1 warnings, 2 it would not run.
+  /// Returns the exit status of the check: 2 after a kStop, 1 after a warning, else 0.
   int status() const;
 
  private:
-  /// The same is said once.
+  /// Leaves out a text that was added before.
   void add(Weight weight, const std::string& about, const std::string& text);
 
   std::vector<Finding> all_;
 };
 
-/// "note", "warning" or "error".
+/// Returns "note", "warning" or "error".
 const char* name_of(Weight weight);
 
-/// `text` between quotation marks.
+/// Returns `text` between quotation marks.
 std::string quoted(const std::string& text);

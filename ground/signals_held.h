@@ -5,8 +5,8 @@
 
 #include <csignal>
 
-/// Holds back every signal of this thread, and of the threads that it starts meanwhile, for
-/// its lifetime.
+/// While it lives, blocks all signals for this thread and for every thread that this one
+/// starts.
 class SignalsHeld {
  public:
   SignalsHeld() {

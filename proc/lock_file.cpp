@@ -29,10 +29,10 @@ bool is_believable(int fd) {
 }
 
 Fd open_believed(const std::string& path, int flags) {
-  // O_NONBLOCK: whatever lies there, the opening does not wait
+  // O_NONBLOCK: open() must not wait, even if a pipe lies there
   Opened file = open_path(path, O_RDWR | flags | O_NONBLOCK | O_NOCTTY, 0600);
   if (!file || !is_believable(file.fd.get())) return Fd();
-  // the folders on the way held lower numbers, and a daemon's lock file has number 0
+  // a daemon's lock file must get descriptor 0, but the folders on the way held lower numbers
   Fd lowest(fcntl(file.fd.get(), F_DUPFD_CLOEXEC, 0));
   return std::move(lowest && lowest.get() < file.fd.get() ? lowest : file.fd);
 }

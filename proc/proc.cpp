@@ -21,7 +21,7 @@ Proc::Proc(const std::string& name, const std::string& run_dir)
 }
 
 std::string Proc::lock_path(const std::string& name, const std::string& run_dir) {
-  // no folder is not the root: an empty path can't be opened
+  // without a folder the path must be one that can't be opened, and not "/NAME.lock"
   return run_dir.empty() ? "" : run_dir + "/" + name + ".lock";
 }
 
@@ -66,12 +66,13 @@ bool Proc::is_still_running(int pid) {
 
 void Proc::clear_lock() {
   flock_close();
-  if (file_exists(lock_name)) (void)std::remove(lock_name.c_str());  // else stale: taken over
+  // a file that stays is stale, and the next start takes it over
+  if (file_exists(lock_name)) (void)std::remove(lock_name.c_str());
 }
 
 void Proc::clear_lock_of(int owner) {
   flock_close();
-  // else stale: taken over
+  // a file that stays is stale, and the next start takes it over
   if (recorded_pid(lock_name) == owner) (void)std::remove(lock_name.c_str());
 }
 

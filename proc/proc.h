@@ -1,13 +1,13 @@
-// proc/proc.h: at most one copy of the program scans; this is its lock.
+// proc/proc.h: the lock that lets only one copy of the program scan.
 //
 //   Proc lock(settings.prg_name, settings.run_dir);
 //   if (lock.is_already_run()) ...   // a controller: may freeze or stop it
 //   else ...                         // the owner: asks lock.terminated()
 //
 // The lock is the file "RUN_DIR/NAME.lock" with one shared_data record. There
-// is no advisory locking: who owns it is the process whose id the record holds,
-// for as long as that process exists. Reads and writes of the record move all
-// of it; their failures are not reported and show as time-outs.
+// is no advisory locking: the owner is the process whose id the record holds, for
+// as long as that process exists. The record is always read and written as a
+// whole. Failures to do so are not reported and show as time-outs.
 #pragma once
 
 #include <string>
@@ -21,14 +21,14 @@ class Proc {
   /// can't be opened, as with an empty `run_dir`.
   Proc(const std::string& name, const std::string& run_dir);
 
-  /// Path of the lock file of `name` in `run_dir`; empty if `run_dir` is.
+  /// Returns the path of the lock file of `name` in `run_dir`; "" if `run_dir` is empty.
   static std::string lock_path(const std::string& name, const std::string& run_dir);
 
-  /// True if there is a process `pid`, or that can't be told.
+  /// True if the process `pid` exists, or if that can't be found out.
   static bool is_still_running(int pid);
 
-  /// Closes the lock file; an owner deletes it too. (Not when its descriptor
-  /// is 0, as in a daemon: the run mode deletes it there.)
+  /// Closes the lock file; an owner also deletes it. Does neither when the
+  /// descriptor is 0, as in a daemon, whose run mode deletes the file.
   ~Proc();
 
   Proc(const Proc&) = delete;
@@ -37,39 +37,40 @@ class Proc {
   /// True if another live copy had the lock when this object was made.
   bool is_already_run() const { return already_run; }
 
-  /// Closes the lock file and deletes it, whosever id it holds.
+  /// Closes the lock file and deletes it, whatever process id it holds.
   void clear_lock();
 
-  /// Like clear_lock(), but leaves a lock file that does not hold the id `owner`:
-  /// for when the lock may be gone already, and somebody else's by now.
+  /// Like clear_lock(), but leaves a lock file that does not hold the process id
+  /// `owner`: another copy may have taken the lock since.
   void clear_lock_of(int owner);
 
   // For the owner.
 
-  /// Detaches: the foreground process ends here with status 0 once the child has
-  /// written its record (or has died), or with 255 if fork() fails; returns in the child, the new
-  /// owner, with the lock as its only descriptor, both console streams silent and the umask 0.
+  /// Detaches. The foreground process ends here: with status 0 once the child has
+  /// written its record (or has died), or with 255 if fork() fails. The call returns
+  /// in the child, which is the new owner. The lock file is then its only open
+  /// descriptor, both console streams are silent, and the umask is 0.
   void daemon_mode();
 
-  /// True if a controller asked for a stop. Holds the caller for as long as a
-  /// freeze is in force.
+  /// True if a controller asked for a stop. Does not return while a freeze is in
+  /// force.
   bool terminated();
 
-  /// terminated(); the lock file is then closed and deleted already.
+  /// Like terminated(), but closes and deletes the lock file before it returns true.
   bool if_terminated_unlock();
 
   // For a controller.
 
-  /// Asks the owner to pause; true once it has, false (and the request taken
-  /// back) if it has not within `seconds`.
+  /// Asks the owner to pause. Returns true once it has paused; takes the request
+  /// back and returns false if it has not within `seconds`.
   bool freez(unsigned short seconds);
 
-  /// Lets the owner go on; false if it does not confirm within `seconds`.
+  /// Lets the owner go on. Returns false if it does not confirm within `seconds`.
   bool unfreez(unsigned short seconds);
 
-  /// Asks the owner to stop, waits up to `ms` (0: one pause of 300 ms) and
-  /// then kills it and deletes its lock. True if the owner or its lock file
-  /// is gone.
+  /// Asks the owner to stop and waits up to `ms` (0: one pause of 300 ms); then
+  /// kills it and deletes its lock file. Returns true if the owner or its lock
+  /// file is gone.
   bool terminate_wait(int ms);
 
   /// The process id of the owner, as found when this object was made.
@@ -87,13 +88,13 @@ class Proc {
   static bool kill_process(int pid);
   bool owner_let_go() const;
 
-  int fd = 0;                ///< the open lock file; 0 also when none is open
+  int fd = 0;                ///< the open lock file; also 0 when it is closed
   bool already_run = false;  ///< start() found a live owner
   std::string lock_name;     ///< path of the lock file
   shared_data data;          ///< the record as last read or written here
-  bool fd_is_open = false;   ///< tells descriptor 0 from none
+  bool fd_is_open = false;   ///< needed because 0 may be an open descriptor
 };
 
-/// The lock of this run, for the stop check of a transfer; null when the run
-/// mode wants none. Set by the frame; not owned.
+/// The lock of this run, for the stop check of a transfer; null in run modes
+/// whose transfers can't be stopped. Set by the frame; not owned.
 extern Proc* pplock;

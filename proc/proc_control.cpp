@@ -37,7 +37,8 @@ void clear_bit(std::uint16_t& word, std::uint16_t bit) {
 /// Lets the process at the other end of the pair return from await().
 void let_go_on(const Fd& end) { (void)send(end.get(), "", 1, MSG_NOSIGNAL); }
 
-/// Waits until the process at the other end says so, closes it or dies.
+/// Waits until the process at the other end of the pair calls let_go_on(), closes its end
+/// or dies.
 void await(const Fd& end) {
   pollfd said{end.get(), POLLIN, 0};
   if (end) (void)poll(&said, 1, -1);
@@ -48,7 +49,7 @@ void await(const Fd& end) {
 void Proc::daemon_mode() {
   std::cout.flush();  // else the text would be written once more by the child
   int ends[2] = {-1, -1};
-  (void)socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends);  // else nobody waits
+  (void)socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends);  // without it nobody waits
   Fd here(ends[0]);
   Fd there(ends[1]);
   const pid_t child = fork();
@@ -78,7 +79,7 @@ void Proc::daemon_mode() {
   const std::optional<shared_data> asked = read_record(fd);
   if (asked && asked->pid == data.pid) data = *asked;  // a request made meanwhile
   flock_write(&data);
-  // what the caller left open; with it `there`, for whose end the foreground waits
+  // closes what the caller left open, and `there`, which lets the foreground process end
   closefrom(STDERR_FILENO + 1);
   (void)there.release();
 }
@@ -157,7 +158,7 @@ bool Proc::wait_terminated(int ms) const {
 
 bool Proc::kill_process(int pid) { return names_one_process(pid) && kill(pid, SIGKILL) == 0; }
 
-/// True if the lock file is gone, or names another copy by now.
+/// True if the lock file is gone, or names another copy.
 bool Proc::owner_let_go() const {
   if (!file_exists(lock_name)) return true;
   const std::optional<int> now = recorded_pid(lock_name);

@@ -1,12 +1,12 @@
-// softlib/clock.h: one millisecond clock to wait by, another to tell the time.
+// softlib/clock.h: two millisecond clocks, one to wait by and one to tell the time.
 #pragma once
 
 #include <cstdint>
 
-/// Real-time clock, ms since 1970; it follows steps of the system's clock.
+/// Returns the real time in ms since 1970. It jumps when the system's clock is set.
 std::uint64_t GetTickCount();
 
-/// ms since some moment before the start, for differences only. Nobody steps
-/// this clock (CLOCK_MONOTONIC), and the time for which the machine sleeps does
-/// not count, as it does not for a pause: no wait jumps or hangs.
+/// Returns ms since some moment before the start, for differences only. This clock
+/// (CLOCK_MONOTONIC) can't be set, and stands still while the machine sleeps, as a
+/// pause does. A wait by it therefore never ends early or hangs.
 std::uint64_t steady_ms();

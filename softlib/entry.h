@@ -3,8 +3,8 @@
 
 #include <string>
 
-/// What is asked of an entry and done to it goes by its folder's descriptor: the
-/// folders above may have been exchanged meanwhile. The path is for messages.
+/// An entry is always reached through its folder's descriptor, since the folders above
+/// may have been exchanged meanwhile. The path is for messages.
 struct Entry {
   int folder;        ///< descriptor of the open folder, which must outlive the entry
   std::string name;  ///< without "/"

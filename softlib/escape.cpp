@@ -16,8 +16,8 @@ bool is_control(char c) {
   return byte < 0x20 || byte == 0x7F;
 }
 
-/// Length in bytes of the printable character that `size` bytes at `at` begin
-/// with; 0 if they begin with none.
+/// Returns the length in bytes of the printable character at the start of the `size`
+/// bytes at `at`; 0 if they don't begin with a printable character.
 std::size_t printable(const char* at, std::size_t size) {
   std::mbstate_t state{};
   wchar_t c = 0;

@@ -3,10 +3,10 @@
 
 #include <string>
 
-/// `text` with "\xHH" in place of each ASCII control character; every other
-/// byte stays as it is.
+/// Returns `text` with "\xHH" in place of each ASCII control character; every
+/// other byte stays as it is.
 std::string escape_controls(const std::string& text);
 
-/// `text` with "\xHH" in place of each byte that is no part of a printable
-/// character in the locale in force.
+/// Returns `text` with "\xHH" in place of each byte that does not belong to a
+/// printable character in the locale in force.
 std::string escape_unprintable(const std::string& text);

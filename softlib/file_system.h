@@ -1,4 +1,4 @@
-// softlib/file_system.h: questions to the file system, and folders made.
+// softlib/file_system.h: looks at files and folders, and makes folders.
 //
 // Nothing here prints or ends the process; a failed system call shows only in
 // the result. Symbolic links are followed.
@@ -14,18 +14,18 @@
 /// True if stat() succeeds, whatever kind of object it is.
 bool file_exists(const std::string& path);
 
-/// True for a regular file only.
+/// True if `path` is a regular file.
 bool file_is_regular(const std::string& path);
 
-/// Size in bytes; 0 when there is no such file.
+/// Returns the size in bytes; 0 when there is no such file.
 std::int64_t get_file_size(const std::string& path);
 
-/// Last modification in seconds since 1970; 0 when there is no such file.
+/// Returns the last modification in seconds since 1970; 0 when there is no such file.
 std::time_t get_file_mtime(const std::string& path);
 
 /// What tells one state of a file from another: which file it is, its size in
 /// bytes, its last modification and its last change (of contents, owner, mode,
-/// names ...), both to the nanosecond. Nobody can set the time of the change.
+/// names ...), both to the nanosecond. No program can set the time of the last change.
 struct FileStamp {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
@@ -37,17 +37,17 @@ struct FileStamp {
 };
 bool operator==(const FileStamp& a, const FileStamp& b);
 
-/// The stamp that stat(2) found.
+/// Returns the stamp of the file that `st` describes.
 FileStamp file_stamp(const struct stat& st);
 
-/// The present stamp of what `fd` holds; nothing if it holds nothing.
+/// Returns the present stamp of the open file `fd`; nothing if fstat(2) fails.
 std::optional<FileStamp> file_stamp(int fd);
 
-/// The working folder; "" when it can't be told (removed, or too deep).
+/// Returns the working folder; "" if it is unknown, since it was removed or is too deep.
 std::string get_cur_dir();
 
 /// True if `dir`/`name` (`name` alone when `dir` is empty) can be opened as a
-/// folder. A folder without read permission therefore does not count as one.
+/// folder. A folder without read permission does not count as one.
 bool is_dir(const std::string& dir, const std::string& name);
 
 /// True if `dir`/`name` can be opened and holds only "." and "..".
@@ -58,6 +58,6 @@ bool is_dot_entry(const char* name);
 
 /// Creates the folder `path` and all missing folders above it, mode 0777 less
 /// the umask. Every "\" in `path` becomes "/" in the caller's own string.
-/// False at the first level that can't be created; earlier levels stay. True
-/// for an empty path.
+/// Returns false at the first level that can't be created; the levels above it
+/// stay. Returns true for an empty path.
 bool MakeDir(std::string& path);

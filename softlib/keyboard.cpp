@@ -12,16 +12,16 @@ namespace {
 
 int getch_c = 0;
 
-/// True if standard input is our terminal, but another job has it: whoever
-/// touches it then is stopped (SIGTTIN, SIGTTOU). Where it is no terminal, or
-/// not the one that controls us, tcgetpgrp() fails.
+/// True if standard input is our terminal but another job is in the foreground: we
+/// would then be stopped for touching it (SIGTTIN, SIGTTOU). tcgetpgrp() fails where
+/// standard input is not a terminal, or not our controlling one.
 bool in_background() {
   const pid_t foreground = tcgetpgrp(STDIN_FILENO);
   return foreground >= 0 && foreground != getpgrp();
 }
 
-/// Terminal mode "character by character, no echo" for its lifetime. Where
-/// standard input is no terminal it does nothing.
+/// Sets the terminal to "character by character, no echo" while it lives. Does nothing
+/// where standard input is not a terminal.
 class CharByChar {
  public:
   CharByChar() : is_terminal_(tcgetattr(STDIN_FILENO, &kept_) == 0) {
@@ -56,7 +56,7 @@ bool kbhit() {
   static const int unbuffered = std::setvbuf(stdin, nullptr, _IONBF, 0);
   (void)unbuffered;
   const SignalsHeld
-      signals;  // one that ends or stops us here would leave the terminal without echo
+      signals;  // a signal that ends or stops us here would leave the terminal without echo
   if (in_background()) return false;
   const CharByChar mode;
   if (!input_is_waiting()) return false;

@@ -3,17 +3,17 @@
 //   if (escape_was_pressed()) request_stop();
 #pragma once
 
-/// The key that stops a run; end of input on standard input counts as it.
+/// The key that stops a run. End of input on standard input counts as this key.
 constexpr int kEscapeKey = 27;
 
-/// True if a character was waiting on standard input; it has then been taken.
-/// The terminal reads character by character, without echo, only during the
-/// call; signals wait for its end. False when the descriptor can't be polled,
-/// and in a background job of the terminal, which stays untouched.
+/// Takes a character that waits on standard input, and returns true if there was
+/// one. The terminal reads character by character, without echo, only during the
+/// call; signals wait for its end. Returns false if the descriptor can't be polled,
+/// and in a background job, which does not touch the terminal.
 bool kbhit();
 
-/// The character that the last successful kbhit() took; 0 before the first.
+/// Returns the character that the last successful kbhit() took; 0 before the first.
 int getch();
 
-/// True if a key was waiting and it is the escape key; any other is dropped.
+/// True if the escape key was waiting. Any other key is dropped.
 bool escape_was_pressed();

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int kMostLinks = 40;  // on one way, path_resolution(7)
+constexpr int kMostLinks = 40;  // in one path, path_resolution(7)
 
 Opened failed(int error) {
   Opened nothing;
@@ -34,7 +34,7 @@ Opened opened(int fd) {
   return something;
 }
 
-/// One way through folders and links; counts the links.
+/// Resolves one path through folders and links, and counts the links.
 class Way {
  public:
   Opened open_path(int folder, const std::string& path, int flags, mode_t mode);
@@ -60,7 +60,7 @@ Opened Way::open_path(int folder, const std::string& path, int flags, mode_t mod
   for (std::size_t begin = 0, end = 0; begin < path.size(); begin = end + 1) {
     end = std::min(path.find('/', begin), path.size());
     if (end == begin) continue;
-    if (!name.empty()) {  // another one follows, so it must be a folder
+    if (!name.empty()) {  // another name follows, so this one must be a folder
       Opened next = open_entry(at ? at.get() : folder, name.c_str(), O_PATH | O_DIRECTORY, 0);
       if (!next) return next;
       at = std::move(next.fd);
@@ -73,7 +73,7 @@ Opened Way::open_path(int folder, const std::string& path, int flags, mode_t mod
 
 Opened Way::open_entry(int folder, const char* name, int flags, mode_t mode) {
   Opened entry = opened(openat(folder, name, flags | O_NOFOLLOW | O_CLOEXEC, mode));
-  // a link answers ELOOP, ENOTDIR with O_DIRECTORY, or itself with O_PATH
+  // opening a link fails with ELOOP, or ENOTDIR with O_DIRECTORY; with O_PATH it opens the link
   const bool may_be_link = entry ? (flags & (O_PATH | O_DIRECTORY)) == O_PATH
                                  : entry.error == ELOOP || entry.error == ENOTDIR;
   if (!may_be_link) return entry;
@@ -94,7 +94,7 @@ Opened Way::follow(int folder, const char* name, int link, int flags, mode_t mod
   const uid_t owner = st.st_uid;
   if (owner == 0 || owner == geteuid()) {
     struct statfs fs {};
-    // the text of a descriptor's link in /proc need not be a path; nobody exchanges entries there
+    // in /proc the text of a descriptor's link need not be a path, and nobody can exchange entries
     if (fstatfs(link, &fs) == 0 && fs.f_type == PROC_SUPER_MAGIC)
       return opened(openat(folder, name, flags | O_CLOEXEC, mode));
     return open_text(folder, link, flags, mode);

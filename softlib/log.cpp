@@ -14,8 +14,8 @@
 
 namespace {
 
-/// Opens the log for appending. A pipe or device is one that the user wants, and may
-/// keep us waiting as it always did; but not a pipe that a stranger put there.
+/// Opens the log for appending. The user may want a pipe or a device as the log, and we
+/// wait for it; but we must not wait for a pipe that a stranger put there.
 Opened open_log(const std::string& file) {
   struct stat st {};
   const Opened there = open_path(file, O_PATH);
@@ -29,7 +29,7 @@ Opened open_log(const std::string& file) {
 
 std::string str_time(bool full) {
   const std::time_t now = std::time(nullptr);
-  const std::tm* local = std::localtime(&now);  // unlike localtime_r() follows a new time zone
+  const std::tm* local = std::localtime(&now);  // follows a new time zone, unlike localtime_r()
   if (local == nullptr) return "";
   char text[40];
   const std::size_t len = full ? std::strftime(text, sizeof text, "%d/%m/%Y %X", local)

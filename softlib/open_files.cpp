@@ -22,14 +22,14 @@ Fd open_folder(int parent, const char* name) {
   return Fd(openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
-/// The names in an open folder, read in large blocks (getdents64(2)): a stream
-/// of the library asks the kernel for more than that at each opening.
+/// The names in an open folder, read in large blocks with getdents64(2), since opendir(3)
+/// makes more system calls for each folder.
 class Names {
  public:
   explicit Names(const Fd& folder) : folder_(folder.get()) {}
 
-  /// The next name, valid until the next call; null after the last and when no
-  /// more can be read, see error().
+  /// Returns the next name, valid until the next call; null after the last name, or
+  /// if no more can be read, see error().
   const char* next() {
     if (at_ == filled_) {
       const ssize_t got = getdents64(folder_, block_.data(), block_.size());
@@ -43,7 +43,7 @@ class Names {
     return entry->d_name;
   }
 
-  /// errno of what kept the names from being read to their end, else 0.
+  /// Returns the errno of a failed read, or 0 if there was none.
   int error() const { return error_; }
 
  private:
@@ -51,13 +51,14 @@ class Names {
   int error_ = 0;
   std::size_t at_ = 0;
   std::size_t filled_ = 0;
-  alignas(dirent64) std::array<char, 32768> block_;  // as large as the library's
+  alignas(dirent64) std::array<char, 32768> block_;  // as large as that of glibc's readdir(3)
 };
 
 bool begins_with_digit(const char* name) { return name[0] >= '0' && name[0] <= '9'; }
 
-/// What an error at the descriptors of a process says: nothing is held by one
-/// that ended, or that may not be looked into, or that is none.
+/// Returns the answer for a process whose descriptors could not be read because of
+/// `error`. It counts as holding nothing if it has ended, may not be looked into or
+/// is not a process at all.
 int answer_to(int error) {
   switch (error) {
     case 0:
@@ -72,7 +73,7 @@ int answer_to(int error) {
   }
 }
 
-/// What a link in /proc leads to; empty and an error if it can't be read.
+/// The text of a link in /proc; empty, with an error, if it can't be read.
 class LinkText {
  public:
   LinkText(int folder, const char* name)
@@ -90,7 +91,8 @@ class LinkText {
   int error_;
 };
 
-/// Asked for a match only, so that it costs the other descriptors nothing.
+/// True if `link` of the process `pid` is our own descriptor `except`. Asked only for
+/// descriptors that match, so that all the others cost nothing.
 bool is_ours(int proc, const char* pid, const char* link, int except) {
   return std::to_string(except) == link && LinkText(proc, "self").get() == pid;
 }
@@ -118,7 +120,7 @@ int check_proc_dir(int proc, const char* pid, const std::string& path, int excep
   while (const char* link = descriptors.next()) {
     if (is_dot_entry(link)) continue;
     const LinkText target(folder.get(), link);
-    if (target.error() == ENOMEM) return kUnknown;  // else gone, or not to be read
+    if (target.error() == ENOMEM) return kUnknown;  // other errors: closed, or not ours to read
     if (target.get() == path && path[0] == '/' && !is_ours(proc, pid, link, except)) return kHeld;
   }
   return answer_to(descriptors.error());

@@ -6,20 +6,20 @@
 
 #include <string>
 
-/// The part behind the last separator; the whole path if there is none.
+/// Returns the part behind the last separator; the whole path if there is none.
 std::string get_file_name(const std::string& path);
 
-/// What follows the last "." of the file name, "" if the name has none; dots
-/// in folder names do not count.
+/// Returns the part behind the last "." of the file name, "" if there is none;
+/// dots in folder names do not count.
 std::string get_file_ext(const std::string& path);
 
-/// The file name cut before its last "."; the whole name if it has none.
+/// Returns the file name up to its last "."; the whole name if it has none.
 std::string get_file_name_noext(const std::string& path);
 
 /// Splits at the last separator, which goes to neither part. Without one
 /// `dir` becomes empty and `name` the whole path.
 void prg_get_name_dir(const std::string& path, std::string& name, std::string& dir);
 
-/// `parent`, "/" and `name`; `name` alone when `parent` is empty. No slash is
-/// removed or added otherwise.
+/// Returns `parent`, "/" and `name`; `name` alone when `parent` is empty. No other
+/// slash is removed or added.
 std::string join_path(const std::string& parent, const std::string& name);

@@ -1,5 +1,5 @@
-// softlib/pause.h: every sleep of the program, alone in its object file so
-// that a test can put its own in its place.
+// softlib/pause.h: the function behind every sleep of the program. It is alone in
+// its object file so that a test can replace it.
 #pragma once
 
 #include <cstdint>

@@ -29,7 +29,7 @@ std::string replace_file(const std::string& path, const std::string& text) {
   const int folder = opened.fd.get();
   if (name.empty() || is_something_else(folder, name)) return "not a regular file";
   const std::string beside = name + ".tmp";
-  (void)unlinkat(folder, beside.c_str(), 0);  // of a run that was killed, or a stranger's
+  (void)unlinkat(folder, beside.c_str(), 0);  // left by a run that was killed, or by a stranger
   const Fd file(openat(folder, beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
   if (file && write_all(file.get(), text) &&
       renameat(folder, beside.c_str(), folder, name.c_str()) == 0) {

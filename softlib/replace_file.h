@@ -3,8 +3,8 @@
 
 #include <string>
 
-/// Writes `text` to "PATH.tmp", made anew with mode 0644, and renames that to `path`, so
-/// that a reader has the old file or the new one. Folders are opened by the rule of
-/// softlib/links.h. Returns "", or why it failed: also where `path` is something else than a
-/// regular file, which stays.
+/// Writes `text` to a new file "PATH.tmp" with mode 0644 and renames that to `path`, so that
+/// a reader sees either the old file or the new one. Links are followed by the rule of
+/// softlib/links.h. Returns "", or why it failed. It also fails, and changes nothing, if
+/// `path` exists and is not a regular file.
 std::string replace_file(const std::string& path, const std::string& text);

@@ -35,7 +35,7 @@ void say_to_system(int priority, const std::string& text) {
   if (log_has_room()) {
     openlog(ident.c_str(), LOG_PID, LOG_DAEMON);
     syslog(priority, "%s", escape_controls(text).c_str());
-    closelog();  // a descriptor that stays could take a number meant for another
+    closelog();  // an open descriptor could take a number that another file must get
   }
   errno = err;
 }

@@ -1,29 +1,30 @@
-// softlib/system_log.h: what ends a run or costs a file, said to the system's
-// log (syslog(3)) at every `verboze`.
+// softlib/system_log.h: tells the system's log (syslog(3)), whatever `verboze` is,
+// of what ends a run or costs a file.
 //
 //   name_in_system_log(settings.prg_name);
 //   err_system("can't open lock file " + path);
 //
-// Nothing is written to the console, no descriptor stays open, and errno is
-// left alone. A log that is missing, or that has no room within 100 ms, costs
-// the message and nothing else. Control characters are escaped.
+// Nothing is written to the console, no descriptor stays open, and errno keeps its
+// value. If the log is missing, or has no room within 100 ms, the message is lost.
+// Control characters are escaped.
 #pragma once
 
 #include <string>
 
-/// The name under which the messages appear; "tarnwick" until it is set.
+/// Sets the name under which the messages appear; it is "tarnwick" until then.
 void name_in_system_log(const std::string& program);
 
-/// A warning: something was left out, and the run goes on.
+/// Logs a warning: something was left out, and the run goes on.
 void warn_system(const std::string& text);
 
-/// An error: the run ends.
+/// Logs an error: the run ends.
 void err_system(const std::string& text);
 
-/// For what fails again and again: warns once, until it has worked again.
+/// A warning of something that may fail again and again: warns once, and again only
+/// after it has worked.
 class Warning {
  public:
-  /// `text` says what fails, if it does.
+  /// Call it after each attempt. `text` is the warning, should it have failed.
   void note(bool works, const std::string& text) {
     if (works_ && !works) warn_system(text);
     works_ = works;

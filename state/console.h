@@ -10,22 +10,22 @@
 #include <ostream>
 #include <string>
 
-/// std::cout when `verboze` is at least `level`; else a stream that swallows
+/// Returns std::cout when `verboze` is at least `level`, else a stream that drops
 /// the text.
 std::ostream& say(int level);
 
-/// A name or path for the console: where standard output is a terminal, with
-/// escape_unprintable() of softlib/escape.h, since a name could clear the screen or
-/// set its title; elsewhere as it is. Keeps a reference to `text`.
+/// A name or path for the console. Where standard output is a terminal it is written
+/// through escape_unprintable() (softlib/escape.h), since a name could clear the screen
+/// or set its title; elsewhere it is written as it is. Keeps a reference to `text`.
 struct Shown {
   const std::string& text;
 };
 inline Shown shown(const std::string& text) { return {text}; }
 std::ostream& operator<<(std::ostream& out, const Shown& name);
 
-/// From here on neither stream writes anything: for a process that gives its
-/// standard descriptors up, since files and sockets will get their numbers.
-/// Text not flushed before is lost to this process.
+/// Silences std::cout and std::cerr for good. A process that closes its standard
+/// descriptors must call it, since files and sockets will get their numbers. Text
+/// that was not flushed before is lost.
 void silence_console();
 
 /// Leaves the last message readable for 2 s.

@@ -23,9 +23,9 @@ constexpr const char* kWaitingNames[kWaitings] = {"mask", "extension", "empty", 
 constexpr const char* kFailureNames[kFailures] = {"unreadable",  "changed", "opened",
                                                   "interrupted", "socket",  "not_removed"};
 
-std::uint64_t last_told = 0;  // steady_ms(); 0: never, and nothing is to be told
+std::uint64_t last_told = 0;  // by steady_ms(); 0: the file was never written and shall not be
 
-/// The value of a label, which has to be UTF-8 on one line.
+/// Returns `text` as the value of a label, which has to be UTF-8 on one line.
 std::string quoted(const std::string& text) {
   const bool is_utf8 = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
   std::string value = "\"";
@@ -51,7 +51,7 @@ class Exposition {
     begin(name, type, help);
     put("", value);
   }
-  /// One line a folder, of what `field` of it holds.
+  /// Adds a metric with one line for each scan folder, whose value is in `field`.
   void add_folders(const char* name, const char* help, std::uint64_t FolderCounts::*field) {
     begin(name, "counter", help);
     for (const scan_folder& folder : scan_list) {

@@ -3,14 +3,14 @@
 //   log_plain("Start Tarnwick Server " + str_time(true));
 //   log_stamped("Sent file " + path);
 //
-// Both write to `logs_name` when `logs` is not 0, and do nothing otherwise. How an
-// entry is written, and what becomes of one that can't be: softlib/log.h.
+// Both write to `logs_name` when `logs` is not 0, and do nothing otherwise.
+// softlib/log.h says how an entry is written, and what happens if it can't be.
 #pragma once
 
 #include <string>
 
-/// An entry of `text` as it is.
+/// Writes `text` as an entry of its own.
 void log_plain(const std::string& text);
 
-/// An entry of `text` behind the date and the time.
+/// Writes `text` as an entry, with the date and the time before it.
 void log_stamped(const std::string& text);
