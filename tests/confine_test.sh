@@ -45,6 +45,12 @@ TARNWICK_CONFINED=1 "$confine" "$home" touch "$beside/new" 2>/dev/null
 "$confine" "$home" "$confine" "$home" touch nested
 expect "Told that it is confined" nested "$(cd "$beside" && ls new in/nested 2>/dev/null | xargs -n 1 basename)"
 
+# without the package of ip(8)
+ip() { return 127; }
+export -f ip
+expect "Its network" "" "$("$confine" "$home" bash -c 'echo >/dev/udp/127.0.0.1/9' 2>&1)"
+unset -f ip
+
 # its end is the end of all inside
 for signal in INT TERM KILL; do
   env --default-signal=INT "$confine" "$home" flock lock sh -c 'touch started; setsid sleep 1000' 2>/dev/null &
