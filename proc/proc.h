@@ -96,5 +96,5 @@ class Proc {
 };
 
 /// The lock of this run, for the stop check of a transfer; null in run modes
-/// whose transfers can't be stopped. Set by the frame; not owned.
+/// whose transfers no other copy can stop. Set by the frame; not owned.
 extern Proc* pplock;

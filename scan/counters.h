@@ -3,16 +3,16 @@
 
 #include <cstdint>
 
-/// Files sent from the folder being walked; the frame reports and resets it.
+/// Files sent from the folder being walked. The frame reports and resets it.
 extern std::int32_t files_count;
 
 /// Files sent since the process began.
 extern std::int32_t gfiles_count;
 
-/// Removals of folders and of sent files that failed.
+/// How many removals of folders and of sent files failed.
 extern std::int32_t accs_err;
 
-/// So many of them do not end the process.
+/// The process ends when `accs_err` exceeds this number.
 constexpr std::int32_t kToleratedAccessErrors = 10;
 
 /// Counts one failed removal, after a pause of 1 s. The 11th ends the process

@@ -18,7 +18,7 @@
 
 namespace {
 
-/// Counts a file that waits; false if it is ready.
+/// Returns false if the file is ready; else counts it as waiting and returns true.
 bool waits(Readiness readiness) {
   switch (readiness) {
     case Readiness::kReady:
@@ -42,12 +42,13 @@ bool waits(Readiness readiness) {
   return true;
 }
 
-/// False if the file could not be deleted although it should be gone. The console
-/// may have held us: what was opened, or has come in its place, meanwhile stays.
+/// Returns false if the file could not be deleted although it should be. Writing to
+/// the console may have taken long: a file that was opened meanwhile, or another one
+/// in its place, stays, which is not a failure.
 bool delete_sent(SourceFile& file) {
   if (settings.trash_active != 0) return true;  // moved already
   const Removal removal = take_away(file, [&file](Aside& aside) {
-    file.close();  // else a network file system would keep it under another name
+    file.close();  // a network file system keeps an open file under another name
     return aside.remove();
   });
   switch (removal) {

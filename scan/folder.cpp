@@ -13,7 +13,7 @@ Folder::Folder(Opened opened, std::string path, const Folder* above)
   device_ = st.st_dev;
   inode_ = st.st_ino;
   stream_.reset(fdopendir(opened.fd.get()));
-  if (stream_) (void)opened.fd.release();  // the stream's now
+  if (stream_) (void)opened.fd.release();  // the stream owns it now
 }
 
 bool Folder::is_empty() const {

@@ -14,8 +14,8 @@ constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NONBLOCK;  // as opendir
 
 class Folder {
  public:
-  /// Takes over what was opened with kFolderFlags. `above`, null at the top, must outlive
-  /// this.
+  /// Takes over `opened`, which was opened with kFolderFlags. `above` is the folder that
+  /// holds it, or null at the top, and must outlive this object.
   Folder(Opened opened, std::string path, const Folder* above);
 
   /// False if it could not be opened.
@@ -23,19 +23,19 @@ class Folder {
 
   const std::string& path() const { return path_; }  ///< as the walk spells it
   int fd() const { return dirfd(stream_.get()); }
-  bool is_link() const { return is_link_; }  ///< it was reached through a link
+  bool is_link() const { return is_link_; }  ///< true if it was reached through a link
 
-  /// The next entry, "." and ".." included; null behind the last.
+  /// Returns the next entry, "." and ".." included; null after the last.
   const dirent* next() const { return readdir(stream_.get()); }
   void close() { stream_.reset(); }
 
-  /// True if it holds nothing, by a new look.
+  /// True if the folder is empty. Reads it anew.
   bool is_empty() const;
 
-  /// True if it is being walked further up, too.
+  /// True if one of the folders above is this same folder.
   bool is_below_itself() const;
 
-  /// True if the entry `name` of the folder above is still this folder, not a link.
+  /// True if the entry `name` of the folder above is still this folder, and not a link.
   bool is_still(const std::string& name) const;
 
  private:

@@ -24,10 +24,10 @@ bool has_lock_ext(const std::string& file_name) {
   return true;
 }
 
-/// Looks and opens nothing, since many files may wait empty.
+/// Opens nothing, since many empty files may be waiting.
 bool is_ignored_when_empty(const SourceFile& file) {
   if (settings.zero_ign == 0) return false;
-  if (file.state() != SourceFile::State::kClosed) return true;  // no regular file
+  if (file.state() != SourceFile::State::kClosed) return true;  // not a regular file
   if (file.stamp().size != 0) return false;
   say(2) << "file " << shown(get_file_name(file.path())) << " have size = 0. Ignored." << std::endl;
   return true;
@@ -48,7 +48,7 @@ bool is_too_young(const SourceFile& file) {
   if (settings.time_send_wait == 0) return false;
   const std::time_t modified = file.stamp().modified_s;
   const std::time_t now = std::time(nullptr);
-  if (now < modified) return false;  // a time in the future passes
+  if (now < modified) return false;  // a file from the future is not young
   const auto age = static_cast<std::int64_t>(std::difftime(now, modified));
   if (age > settings.time_send_wait) return false;
   say(1) << "file " << shown(file.path()) << " have too short time." << std::endl;

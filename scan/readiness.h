@@ -1,4 +1,4 @@
-// scan/readiness.h: may a file go now?
+// scan/readiness.h: tells whether a file may be sent now.
 //
 //   if (check_name(path) != Readiness::kReady) ...   // looks at nothing
 //   SourceFile file(entry);
@@ -13,14 +13,14 @@ enum class Readiness {
   kReady,
   kMask,       ///< its name begins with `blk_mask`
   kExtension,  ///< it has the extension `blk_ext`
-  kIgnored,    ///< `zero_ign`, and it is empty or no regular file
-  kOpen,       ///< some process holds it open, or that can't be told
+  kIgnored,    ///< `zero_ign` is set, and it is empty or not a regular file
+  kOpen,       ///< some process holds it open, or that can't be found out
   kYoung,      ///< modified no more than `time_send_wait` seconds ago
 };
 
-/// kMask, kExtension, or kReady for a name that says nothing against it.
+/// Tests the name alone. Returns kMask, kExtension or kReady.
 Readiness check_name(const std::string& path);
 
-/// Opens the file unless it is ignored, and tests all but its name. Says at `verboze` 1
-/// or 2 what stands against it.
+/// Opens the file unless it is ignored, and tests all but its name. At `verboze` 1 or 2,
+/// says why it is not ready.
 Readiness check_ready(SourceFile& file);

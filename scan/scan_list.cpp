@@ -13,7 +13,7 @@
 
 namespace {
 
-/// The text of `line` up to the space at or after `at`; moves `at` behind the
+/// Returns the text of `line` from `at` to the next space, and moves `at` behind the
 /// spaces that follow.
 std::string take_field(const std::string& line, std::size_t& at) {
   const std::size_t end = std::min(line.find(' ', at), line.size());
@@ -33,7 +33,7 @@ void set_receiver(scan_folder& folder, const std::string& address) {
 std::string make_absolute(const std::string& path) {
   if (path.compare(0, 1, "/") == 0) return path;
   const std::string cur_path = get_cur_dir();
-  // unknown: "" would make it a folder of the root
+  // if the working folder is unknown, "" would make it a folder of the root
   return (cur_path.empty() ? std::string(".") : cur_path) + "/" + path;
 }
 
@@ -51,7 +51,7 @@ std::optional<scan_folder> parse_scan_line(const std::string& line) {
   scan_folder folder;
   set_receiver(folder, take_field(line, at));
   const std::string path = take_field(line, at);
-  // an address alone: its folder must not become the working folder
+  // a line with an address alone must not mean the working folder
   if (path.empty()) return std::nullopt;
   folder.abs_path = make_absolute(path);
   folder.dst_dir = line.substr(at);

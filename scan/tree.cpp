@@ -29,7 +29,7 @@ class Walk {
     return entry.d_type == DT_DIR || entry.d_type == DT_LNK || entry.d_type == DT_UNKNOWN;
   }
 
-  /// What the entry leaves in its folder; negative ends the walk.
+  /// Returns how many entries are left in `folder` of this one; negative ends the walk.
   std::int32_t visit(const Folder& folder, const dirent& found) {
     std::string name = found.d_name;
     if (is_aside(name)) name = visitor_.visit_aside(folder, name);
@@ -46,7 +46,7 @@ class Walk {
     return visitor_.visit_file({folder.fd(), std::move(name), std::move(path)});
   }
 
-  /// What the sub-folder leaves in its folder; negative ends the walk.
+  /// Returns how many entries count as left in `above`; negative ends the walk.
   std::int32_t visit_sub_folder(const Folder& above, Folder folder, const std::string& name) {
     if (folder.is_link() && folder.is_below_itself()) {
       visitor_.visit_refused_link(folder.path());

@@ -1,8 +1,8 @@
-// scan/tree.h: the way through a scan folder, depth first, and the visitor that acts on
-// what is met there.
+// scan/tree.h: walks a scan folder depth first and calls a visitor for what it finds.
 //
-// Every folder is opened below its parent's descriptor, and its entries are named by
-// its own: whoever exchanges a folder on the way with a link changes nothing.
+// Every folder is opened through its parent's descriptor, and every entry is reached
+// through its folder's. Exchanging a folder on the way with a link therefore has no
+// effect.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include "scan/folder.h"
 #include "softlib/entry.h"
 
-/// What ends a walk, in place of a number of entries.
+/// Returned in place of a number of entries; it ends the walk.
 constexpr std::int32_t kWalkEnded = -1;
 
 class TreeVisitor {
@@ -21,24 +21,26 @@ class TreeVisitor {
   TreeVisitor& operator=(const TreeVisitor&) = delete;
   virtual ~TreeVisitor() = default;
 
-  /// An entry with a name of send/aside.h. Returns the name that it has from now on.
+  /// Visits an entry whose name satisfies is_aside() (send/aside.h). Returns the name that
+  /// it has from now on.
   virtual std::string visit_aside(const Folder& folder, const std::string& name) = 0;
 
-  /// The folder of send/aside.h for long names, before it is walked. Returns how many of
-  /// its entries are entries of `above` from now on.
+  /// Visits the folder that satisfies is_aside_folder() (send/aside.h), before it is walked.
+  /// Returns how many of its entries are entries of `above` from now on.
   virtual int visit_aside_folder(const Folder& above, const Folder& folder) = 0;
 
-  /// A sub-folder, before it is walked.
+  /// Visits a sub-folder before it is walked.
   virtual void enter(const Folder& /*folder*/) {}
 
-  /// What is no folder. Returns what it leaves: 0 or 1, or kWalkEnded.
+  /// Visits an entry that is not a folder or can't be opened as one. Returns 1 if it is
+  /// still there, 0 if it is gone, or kWalkEnded.
   virtual std::int32_t visit_file(const Entry& entry) = 0;
 
-  /// A link that may not be followed, or that leads back to a folder being walked.
+  /// Visits a link that may not be followed, or that leads back to a folder being walked.
   virtual void visit_refused_link(const std::string& path) = 0;
 
-  /// The entry `name` of `above`: a sub-folder in which nothing was left. True if it is
-  /// gone.
+  /// Visits `folder`, the entry `name` of `above`, after a walk that left nothing in it.
+  /// Returns true if it is gone.
   virtual bool visit_emptied(const Folder& above, Folder& folder, const std::string& name) = 0;
 };
 

@@ -18,8 +18,8 @@
 
 namespace {
 
-/// Removes the emptied `folder`, which is `name` in `above`: true, or false after
-/// counting an access error, the 11th of which ends the process.
+/// Removes the emptied `folder`, which is `name` in `above`. A failure returns false and
+/// counts as an access error, the 11th of which ends the process.
 bool remove_dir(const Folder& above, Folder& folder, const std::string& name) {
   folder.close();
   if (unlinkat(above.fd(), name.c_str(), AT_REMOVEDIR) == 0) {
@@ -27,7 +27,7 @@ bool remove_dir(const Folder& above, Folder& folder, const std::string& name) {
     return true;
   }
   const int err = errno;  // before any output changes it
-  // not to be found empty any more, since it was taken away or exchanged
+  // not an access error if somebody took the folder away or exchanged it
   if (!folder.is_link() && !folder.is_still(name)) return false;
   if (settings.verboze > 0) {
     std::cout << "\nERROR: folder " << shown(folder.path()) << " was not removed!";
@@ -37,7 +37,7 @@ bool remove_dir(const Folder& above, Folder& folder, const std::string& name) {
   return false;
 }
 
-/// Sends files, and removes the folders that this empties.
+/// Sends files, and removes the folders that become empty.
 class Sending final : public TreeVisitor {
  public:
   std::string visit_aside(const Folder& folder, const std::string& name) override {
@@ -57,14 +57,14 @@ class Sending final : public TreeVisitor {
     return stop_requested() ? kWalkEnded : 1;
   }
 
-  /// Warns only the first time: the same links are met in every pass.
+  /// Warns only once in a run, since every pass finds the same links again.
   void visit_refused_link(const std::string& path) override {
     static bool warned = false;
     if (!std::exchange(warned, true)) warn_system("link " + path + " is not followed and stays");
   }
 
   bool visit_emptied(const Folder& above, Folder& folder, const std::string& name) override {
-    // the emptiness test comes after the pause: a writer may have returned
+    // the emptiness test comes after the pause, since a writer may have come back
     pause_us(kBeforeEmptinessTestUs);
     return folder.is_empty() && remove_dir(above, folder, name);
   }

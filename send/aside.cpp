@@ -17,13 +17,14 @@ const std::string kPrefix = ".tarnwick-taken~";
 
 bool lacks_noreplace(int error) { return error == EINVAL || error == ENOSYS; }
 
-/// Renames, never over what is there; errno of the failure, or 0.
+/// Renames unless `to` exists. Returns 0, or the errno of the failure.
 int rename_new(int from_folder, const char* from, int to_folder, const char* to) {
   return renameat2(from_folder, from, to_folder, to, RENAME_NOREPLACE) == 0 ? 0 : errno;
 }
 
-/// The same to a name that only we use, also where the file system can't promise
-/// not to replace.
+/// Like rename_new(), but also works where the file system has no RENAME_NOREPLACE.
+/// Between the test and the renaming somebody could then create `to`, so only we may
+/// use such names.
 int rename_aside(int from_folder, const char* from, int to_folder, const char* to) {
   const int error = rename_new(from_folder, from, to_folder, to);
   if (!lacks_noreplace(error)) return error;
@@ -32,7 +33,8 @@ int rename_aside(int from_folder, const char* from, int to_folder, const char* t
   return renameat(from_folder, from, to_folder, to) == 0 ? 0 : errno;
 }
 
-/// The same from a name that only we use; not for folders then.
+/// Like rename_new(), but also works where the file system has no RENAME_NOREPLACE, except
+/// for folders. Both names then exist for a moment, so only we may use names such as `from`.
 int rename_back(int from_folder, const char* from, int to_folder, const char* to) {
   const int error = rename_new(from_folder, from, to_folder, to);
   if (!lacks_noreplace(error)) return error;
@@ -48,9 +50,9 @@ Place place_of(int folder, const std::string& name) {
   return {st.st_dev, st.st_ino, name};
 }
 
-/// Names aside whose own name was in use when this run removed that file. The file aside is
-/// the older one: sent under its own name now, it would replace the newer one at the
-/// receiver.
+/// Files aside that a newer file of the same name has overtaken: this run has removed the
+/// newer one. Sent under its own name now, the older file would replace the newer one at
+/// the receiver.
 std::set<Place>& outlived() {
   static std::set<Place> names;
   return names;
@@ -84,7 +86,7 @@ int give_all_back(int folder, int aside) {
 }
 
 Aside::Aside(int folder, const std::string& name) : home_(folder), home_name_(name), name_(name) {
-  do {  // a name that is not free: left by a kill, and its own was taken meanwhile
+  do {  // the name is in use if a killed run left a file there and its own name is taken again
     name_.insert(0, kPrefix);
     error_ = rename_aside(home_, name.c_str(), home_, name_.c_str());
     if (error_ == EEXIST) outlived().insert(place_of(home_, name_));
@@ -105,9 +107,9 @@ void Aside::take_to_own_folder() {
 }
 
 Aside::~Aside() {
-  // it stays where its name is taken; a later pass finds it
+  // a file whose name was taken meanwhile stays here, and a later pass finds it
   if (is_taken_) (void)rename_back(folder(), name_.c_str(), home_, home_name_.c_str());
-  if (own_folder_) (void)unlinkat(home_, kPrefix.c_str(), AT_REMOVEDIR);  // unless it is still used
+  if (own_folder_) (void)unlinkat(home_, kPrefix.c_str(), AT_REMOVEDIR);  // fails while it is used
 }
 
 bool Aside::remove() {

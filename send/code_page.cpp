@@ -13,7 +13,7 @@
 
 namespace {
 
-/// An open conversion; invalid if the system has none for the pair.
+/// An open conversion; not valid() if the system can't convert between the two sets.
 class Converter {
  public:
   Converter(const char* to, const char* from) : cd_(iconv_open(to, from)) {}
@@ -52,7 +52,7 @@ bool convert(const std::string& src, std::string& dst, const char* code, bool to
   char* in = text.data();
   std::size_t in_left = text.size();
   char* out = work.data();
-  std::size_t out_left = work.size() - 1;  // a terminator always follows
+  std::size_t out_left = work.size() - 1;  // leaves room for a terminator
   const std::size_t result = iconv(converter.get(), &in, &in_left, &out, &out_left);
   dst = work.data();
   return result != static_cast<std::size_t>(-1);
@@ -60,7 +60,7 @@ bool convert(const std::string& src, std::string& dst, const char* code, bool to
 
 std::string fname_to_send(const std::string& name, bool& cut) {
   const std::string whole = name.c_str();
-  std::string converted = whole;  // stays so when nothing can be converted
+  std::string converted = whole;  // the result if nothing can be converted
   cut = !convert(whole, converted, SND_CP, false) && converted != whole;
   return converted;
 }

@@ -12,14 +12,15 @@ class Content {
   Content& operator=(const Content&) = delete;
   virtual ~Content() = default;
 
-  /// Back to the first byte. Every pass begins with it.
+  /// Goes back to the first byte. Every pass begins with this call.
   virtual void rewind() = 0;
 
-  /// Reads on, `size` bytes to `to`. Returns the number of bytes read: fewer only
-  /// if there are no more, or the transfer has to end.
+  /// Reads the next `size` bytes to `to`. Returns the number of bytes read, which is
+  /// less than `size` only if there are no more, or if the transfer has to end.
   virtual std::uint64_t read(unsigned char* to, std::uint64_t size) = 0;
 
-  /// Says why read() came out short, and returns what the transfer ends with.
+  /// Tells the user why read() returned too few bytes, and returns the result of the
+  /// transfer (send/transfer.h).
   virtual int end_short() const = 0;
 };
 

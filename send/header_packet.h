@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-/// What a header packet says of a transfer, beside the names.
+/// What a header packet tells about a transfer, besides the names.
 struct file_info {
   std::uint64_t transfer_id = 0;
   std::int64_t file_size = 0;  ///< bytes
@@ -15,17 +15,17 @@ struct file_info {
   unsigned short file_kind = 0;
 };
 
-/// The folder path at the receiver: `dst_dir`, then "/" and `sub` when `sub` is
-/// not empty.
+/// Returns the folder path at the receiver: `dst_dir`, then "/" and `sub` when `sub`
+/// is not empty.
 std::string destination_path(const std::string& dst_dir, const std::string& sub);
 
-/// The finished datagram for the file `path` (its part behind the last "/" is
-/// the name) under the folder `pth` (empty: no folder in the packet). It is as
-/// long as the names make it: sending a too long one fails.
+/// Returns the finished datagram for the file `path`, whose name is the part behind
+/// the last "/", in the folder `pth`; an empty `pth` leaves the folder out of the
+/// packet. Its length is not limited; a send of one that is too long fails.
 std::vector<unsigned char> build_header_packet(const file_info& info, const std::string& path,
                                                const std::string& pth);
 
-/// The finished datagram whose names area holds `strings` as they stand. None should be
-/// empty: a reader takes it for the end of the list.
+/// Returns the finished datagram whose names area holds `strings` as they are. None of
+/// them should be empty, since an empty string marks the end of the list.
 std::vector<unsigned char> build_header_packet(const file_info& info,
                                                const std::vector<std::string>& strings);

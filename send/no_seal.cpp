@@ -1,4 +1,4 @@
-// In place of seal.cpp where the seal's libraries were missing.
+// Built in place of seal.cpp where the seal's libraries are missing.
 #include "send/seal.h"
 #include "state/settings.h"
 

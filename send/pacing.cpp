@@ -9,8 +9,8 @@ std::uint64_t delay_target = 0;
 
 std::uint32_t line_bits(std::uint32_t udata_size) {
   constexpr std::uint32_t kIpUdpHeaders = 28;    // RFC 791, RFC 768
-  constexpr std::uint32_t kOneFrame = 1471;      // most that is counted as a single frame
-  constexpr std::uint32_t kFrameOverhead = 54;   // bytes beside the packet in that frame
+  constexpr std::uint32_t kOneFrame = 1471;      // largest payload counted as a single frame
+  constexpr std::uint32_t kFrameOverhead = 54;   // bytes of that frame beside the packet
   constexpr std::uint32_t kFragmentData = 1480;  // payload of a full fragment
   constexpr std::uint32_t kFragmentFrame = 1526;
   constexpr std::uint32_t kLastOverhead = 46;

@@ -47,8 +47,8 @@ std::size_t PartBuffer::fill(std::size_t count) {
   const std::uint64_t part_no = parts_read() + 1;
   const std::uint64_t part = part_size(udata_size_);
   const std::uint64_t wanted = payload(count);
-  // One read to where the last part lies right; the others are moved forward. For
-  // the kernel that is less work than a readv() to as many places.
+  // One read puts all parts where the last one belongs; the others are then moved
+  // forward. For the kernel that is less work than a readv() to as many places.
   unsigned char* from = bytes_.data() + count * kHeaderSize;
   const std::uint64_t got = content_.read(from, wanted);
   const std::size_t whole = got == wanted ? count : static_cast<std::size_t>(got / part);

@@ -1,5 +1,5 @@
-// send/part_buffer.h: the parts of a transfer, some at a time, laid out as the datagrams
-// that they become.
+// send/part_buffer.h: reads the parts of a transfer, a few at a time, and lays them out as
+// datagrams.
 //
 //   for (parts.rewind(); !parts.at_end();) {
 //     const std::size_t count = parts.fill(parts.room());
@@ -15,35 +15,35 @@
 
 class PartBuffer {
  public:
-  /// Reads the `size` bytes of `content`, which must outlive it, for datagrams of
-  /// `udata_size` bytes (1400..65507) that carry `transfer_id`.
+  /// Will read the `size` bytes of `content`, which must outlive this object, for
+  /// datagrams of `udata_size` bytes (1400..65507) that carry `transfer_id`.
   PartBuffer(Content& content, std::uint64_t size, std::uint64_t transfer_id,
              std::uint32_t udata_size);
 
-  /// Back to the first part. Every pass begins with it.
+  /// Goes back to the first part. Every pass begins with this call.
   void rewind();
 
-  /// True if fill() has read all parts since rewind(); at once if there are none.
+  /// True if fill() has read all parts since rewind(), or if there are none.
   bool at_end() const { return read_ == size_; }
 
-  /// How many parts there are, and how many of them fill() has read since rewind().
+  /// Return how many parts there are, and how many of them fill() has read since rewind().
   std::uint64_t parts() const;
   std::uint64_t parts_read() const;
 
-  /// How many full datagrams fit, at the most 64; 1 or more.
+  /// Returns how many full datagrams fit: 1 to 64.
   std::size_t room() const;
 
-  /// Reads the next `count` parts (up to room() and to the last one). Returns how many
-  /// could be read whole: fewer if the content yields less.
+  /// Reads the next `count` parts; there must be room() for them, and as many left.
+  /// Returns how many of them are complete: fewer than `count` if the content ends early.
   std::size_t fill(std::size_t count);
 
-  /// The `i`-th datagram that was filled; all that follow stand right behind it.
+  /// Returns the `i`-th datagram that was filled (from 0); the next ones lie right behind it.
   const unsigned char* datagram(std::size_t i) const { return bytes_.data() + i * udata_size_; }
 
-  /// Its bytes, header included.
+  /// Returns the bytes of the `i`-th datagram, header included.
   std::size_t size(std::size_t i) const;
 
-  /// Bytes of the content in the first `count` datagrams.
+  /// Returns the bytes of the content in the first `count` datagrams.
   std::uint64_t payload(std::size_t count) const;
 
  private:
@@ -51,7 +51,7 @@ class PartBuffer {
   std::uint64_t size_;
   std::uint64_t transfer_id_;
   std::uint32_t udata_size_;
-  std::uint64_t filled_from_ = 0;  ///< offset of what the first datagram carries
+  std::uint64_t filled_from_ = 0;  ///< offset of the first datagram's part
   std::uint64_t read_ = 0;         ///< offset of the part to read next
   std::vector<unsigned char> bytes_;
 };

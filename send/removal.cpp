@@ -8,7 +8,7 @@ Removal take_away(SourceFile& file, const std::function<bool(Aside&)>& finish) {
     return found == SourceFile::Look::kGone ? Removal::kGone : Removal::kChanged;
   Aside aside(file.entry().folder, file.entry().name);
   if (aside.error() != 0) return aside.error() == ENOENT ? Removal::kGone : Removal::kFailed;
-  // between the look and the renaming another file may have got the name
+  // another file may have got the name between look() and the renaming
   if (file.look_at_renamed(aside.folder(), aside.name()) != SourceFile::Look::kSame)
     return Removal::kChanged;
   if (finish(aside)) return Removal::kDone;

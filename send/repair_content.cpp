@@ -24,7 +24,7 @@ void RepairContent::rewind() {
   file_.rewind();
   next_window_ = 0;
   file_left_ = file_size_;
-  window_read_ = encoder_.size();  // nothing of the next one is there yet
+  window_read_ = encoder_.size();  // so that the first read() computes the first window
 }
 
 std::uint64_t RepairContent::read(unsigned char* to, std::uint64_t size) {

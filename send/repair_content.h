@@ -1,4 +1,4 @@
-// send/repair_content.h: a file's repair parts, computed while they are read.
+// send/repair_content.h: a file's repair parts, which are computed as they are read.
 #pragma once
 
 #include <vector>
@@ -6,18 +6,18 @@
 #include "seal/code.h"
 #include "send/content.h"
 
-/// Reads the file once more, one window at a time; holds the repair parts of that
-/// window, 64 MiB at most, and a small piece of the file. Keeps a reference to
+/// Reads the file once more, one window at a time. In memory are the repair parts of
+/// one window, 64 MiB at most, and a small piece of the file. Keeps a reference to
 /// `file`, which must outlive it.
 class RepairContent final : public Content {
  public:
-  /// `file_size` bytes of `file` are laid out as `layout`.
+  /// `layout` lays out the `file_size` bytes of `file`.
   RepairContent(Content& file, std::uint64_t file_size, const CodeLayout& layout);
 
   void rewind() override;
 
-  /// Looks for a stop request and, at `verboze` 1 and up, for the escape key while
-  /// it computes a window.
+  /// While it computes a window, also looks for a stop request and, at `verboze` 1 and
+  /// up, for the escape key.
   std::uint64_t read(unsigned char* to, std::uint64_t size) override;
   int end_short() const override;
 
@@ -31,7 +31,7 @@ class RepairContent final : public Content {
   WindowEncoder encoder_;
   std::vector<unsigned char> piece_;  ///< whole parts of the file
   std::uint64_t next_window_ = 0;
-  std::uint64_t file_left_ = 0;    ///< bytes of the file that no window had yet
+  std::uint64_t file_left_ = 0;    ///< bytes of the file behind the present window
   std::uint64_t window_read_ = 0;  ///< bytes of the present window that were read
-  int end_ = 0;                    ///< why the computing ended, once it was told to
+  int end_ = 0;                    ///< result of the transfer, if it was stopped in here
 };

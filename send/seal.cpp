@@ -19,10 +19,10 @@
 
 namespace {
 
-Percent repair_percent = 0;  // none
+Percent repair_percent = 0;  // 0: no repair parts
 std::unique_ptr<const SigningKey> signing_key;
 
-/// What is read after the first rewind(), up to the second one, goes into the digest.
+/// Makes the digest of what is read between the first rewind() and the second one.
 class DigestedContent final : public Content {
  public:
   explicit DigestedContent(Content& content) : content_(content) {}
@@ -45,7 +45,7 @@ class DigestedContent final : public Content {
   int passes_ = 0;
 };
 
-/// The code for a file of `parts` parts; nothing where there are no repair parts.
+/// Returns the layout for a file of `parts` parts; nothing if there are no repair parts.
 std::optional<CodeLayout> layout_for(std::uint64_t parts, std::uint32_t part) {
   if (repair_percent == 0 || parts == 0) return std::nullopt;
   return CodeLayout::of(parts, part, choose_code(parts, repair_percent, part));
@@ -76,10 +76,10 @@ SealRecord describe(const SealedFile& sealed, const ContentHash& hash,
   return record;
 }
 
-/// The header packet of the seal `info` with `record` in it.
+/// Returns the header packet of the seal `info`, with `record` in it.
 std::vector<unsigned char> seal_packet(const file_info& info, const SealedFile& sealed,
                                        const SealRecord& record) {
-  bool cut = false;  // was told of when the file went out
+  bool cut = false;  // not used: a name that was cut was reported when the file went out
   std::string folder = fname_to_send(sealed.pth, cut);
   if (folder.empty()) folder.assign(1, '/');
   const std::string text = sealed_text(record, signing_key.get(), record_room(folder.size()));

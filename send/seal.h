@@ -1,5 +1,5 @@
-// send/seal.h: what goes out right behind a file to prove and to repair it
-// (docs/wire-format.md).
+// send/seal.h: the seal that follows a file and lets the receiver verify and repair
+// it (docs/wire-format.md).
 //
 //   if (const std::string why = prepare_seals(); !why.empty()) ...   // at start-up
 //   const auto seal = begin_seal(content);
@@ -16,15 +16,15 @@
 #include "send/content.h"
 #include "send/header_packet.h"
 
-/// A file whose passes went out. Refers to what must outlive it.
+/// A file whose passes went out. All that it refers to must outlive it.
 struct SealedFile {
   const SourceFile& file;
   const std::string& pth;  ///< folder path at the receiver, before any conversion
-  const file_info& info;   ///< of the transfer
-  const sockaddr_in& to;   ///< where it went
+  const file_info& info;   ///< the file's transfer
+  const sockaddr_in& to;   ///< the receiver
 };
 
-/// The seal of one file, from before its first pass on.
+/// The seal of one file. It must be made before the file's first pass.
 class Seal {
  public:
   Seal() = default;
@@ -32,22 +32,22 @@ class Seal {
   Seal& operator=(const Seal&) = delete;
   virtual ~Seal() = default;
 
-  /// The file's content; what the first pass reads of it is what the seal proves.
+  /// Returns the file's content. The seal holds the digest of what the first pass reads.
   virtual Content& content() = 0;
 
-  /// Sends the seal in one pass. Returns what Transfer::send_pass() returns, which
-  /// means the same for the file.
+  /// Sends the seal in one pass. Returns what Transfer::send_pass() returns, which is
+  /// then also the result for the file.
   virtual int send(const SealedFile& sealed) = 0;
 };
 
-/// Makes ready for what the settings say of seals, reads the key. Returns why the
-/// start must be refused, "" if it need not be.
+/// Checks the settings for seals and reads the key. Returns why the start must be
+/// refused, or "".
 std::string prepare_seals();
 
-/// Repair parts in the seal of a file of `size` bytes, once prepare_seals() has
-/// returned "". They go out like the parts of a file, in one pass.
+/// Returns how many repair parts the seal of a file of `size` bytes has. They go out
+/// like the parts of a file, in one pass. prepare_seals() must have returned "".
 std::uint64_t repair_parts(std::uint64_t size);
 
-/// Begins the seal of a file. Returns null if none is asked for. Keeps a reference
-/// to `content`, the file's, which must outlive it.
+/// Begins the seal of a file. Returns null if the settings ask for no seals. Keeps a
+/// reference to the file's `content`, which must outlive it.
 std::unique_ptr<Seal> begin_seal(Content& content);

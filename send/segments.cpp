@@ -13,8 +13,9 @@ namespace {
 
 bool usable = std::getenv("TARNWICK_PLAIN_SENDS") == nullptr;
 
-/// A datagram that would have to be fragmented, a card without checksums, an
-/// old kernel: it can come with any send, since routes change.
+/// True if `err` means that segments can't be used: a datagram would have to be
+/// fragmented, the card computes no checksums, or the kernel is too old. Any send may
+/// fail like this, since routes change.
 bool is_refusal(int err) {
   return err == EINVAL || err == EMSGSIZE || err == EIO || err == ENOPROTOOPT;
 }

@@ -23,7 +23,7 @@ std::string pth;
 
 namespace {
 
-/// True if the file is there to be sent; says why not.
+/// True if the file can be sent; else says why not.
 bool may_be_sent(const SourceFile& file) {
   const Sendable result = sendable(file);
   if (result != Sendable::kYes) ++metrics.failed[kUnreadable];
@@ -43,7 +43,7 @@ bool may_be_sent(const SourceFile& file) {
   return true;
 }
 
-/// True if it may be removed for what went out; says why not.
+/// True if the file is still what went out, so that it may be removed; else says why not.
 bool is_still_the_same(SourceFile& file, unsigned short kind) {
   if (file.look() == SourceFile::Look::kOther) {
     ++metrics.failed[kChanged];
@@ -71,7 +71,7 @@ Sendable sendable(const SourceFile& file) {
   return file.size() >= 0 ? Sendable::kYes : Sendable::kNoSize;
 }
 
-// a file that is deleted without having gone out is lost
+// a file that did not go out whole would be lost when it is deleted
 bool settings_send_it_whole() { return settings.head_send >= 1 && settings.data_send >= 1; }
 
 int SendFile(SourceFile& file, const std::string& sub, unsigned short kind) {

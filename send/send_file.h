@@ -6,20 +6,20 @@
 #include "send/source_file.h"
 #include "send/transfer.h"
 
-/// Folder path at the receiver of the transfer under way, or of the last.
+/// Folder path at the receiver for the file being sent, or for the last one.
 extern std::string pth;
 
-/// Whether SendFile() would send a file, as far as that can be told before.
+/// Whether SendFile() would send a file, as far as is known before the transfer.
 enum class Sendable {
   kYes,
-  kMissing,    ///< not there, or not to be opened
+  kMissing,    ///< it is not there, or can't be opened
   kIrregular,  ///< a pipe, device or socket
-  kNoSize,     ///< it has no end
+  kNoSize,     ///< lseek(2) finds no end
 };
 Sendable sendable(const SourceFile& file);
 
-/// False if the settings would send less than the whole of a file: no header packets or
-/// no passes.
+/// False if the settings would send less than the whole of a file, since they ask for no
+/// header packets or no passes.
 bool settings_send_it_whole();
 
 /// Sends the file in `data_send` passes, each of `head_send` header packets and
@@ -28,10 +28,11 @@ bool settings_send_it_whole();
 /// the `file_kind` of the wire. `sock` must be open and `cur_folder` set. Returns
 /// kSent, kNotSent, kEscape or kSocketError.
 ///
-/// A file that is not open, changes or is opened by others meanwhile, or would not
-/// go out whole is not sent; what somebody took away is. Ends the process with
-/// status 1 if the receiver's address is none.
+/// Returns kNotSent for a file that is not open, that changes or is opened by another
+/// process meanwhile, or that the settings would not send whole; but kSent for one that
+/// somebody took away meanwhile. Ends the process with status 1 if the receiver's
+/// address is not valid.
 int SendFile(SourceFile& file, const std::string& sub, unsigned short kind);
 
-/// The same for the file `path`, looked at and opened here.
+/// Opens the file `path` and sends it in the same way.
 int SendFile(const std::string& path, const std::string& sub, unsigned short kind);

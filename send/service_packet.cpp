@@ -12,7 +12,7 @@ std::uint64_t all_send_cnt = 0;
 
 namespace {
 
-/// A negative interval is a huge unsigned one: never due.
+/// A negative interval becomes a huge unsigned one, so that no packet is ever due.
 std::uint64_t interval() { return static_cast<std::uint64_t>(settings.send_serv); }
 
 void count_datagram() {
@@ -38,5 +38,5 @@ void serv_pack_send() {
   put_le(packet.data() + kSendCntAt, cur_folder->send_cnt);
   const sockaddr_in to = receiver_address(*cur_folder);
   (void)sendto(sock, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&to),
-               sizeof to);  // the counts go on with the next one
+               sizeof to);  // if it is lost, the next one carries the counts
 }

@@ -1,4 +1,4 @@
-// send/service_packet.h: counts datagrams and tells the far side the counts.
+// send/service_packet.h: counts datagrams and sends the counts to the receiver.
 #pragma once
 
 #include <cstdint>
@@ -7,10 +7,10 @@
 /// 0 while `send_serv` is 0.
 extern std::uint64_t all_send_cnt;
 
-/// How many more datagrams go out before a service packet is due; huge if none
-/// ever is.
+/// Returns how many more datagrams go out before a service packet is due; a huge
+/// number if service packets are off.
 std::uint64_t datagrams_to_service();
 
-/// Call it after each datagram that was sent: counts it and, behind every
-/// `send_serv`-th, sends a service packet. A failed one is not reported.
+/// Call it after each datagram that was sent. It counts the datagram and sends a
+/// service packet after every `send_serv`-th one. A failure to send it is not reported.
 void serv_pack_send();

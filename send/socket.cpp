@@ -20,7 +20,7 @@ int sock = -1;
 
 namespace {
 
-/// The size of the send buffer once forced, as the kernel reports it.
+/// Forces the send buffer and returns its size as the kernel then reports it.
 int force_send_buffer() {
   const int wanted = kSendBuffer;
   int granted = 0;
@@ -38,18 +38,19 @@ int force_send_buffer() {
   return granted;
 }
 
-/// For a receiver such as 255.255.255.255, or that of a subnet.
+/// The receiver may be a broadcast address.
 void allow_broadcast() {
   const int on = 1;
-  (void)setsockopt(sock, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);  // a send to one would fail
+  (void)setsockopt(sock, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);  // a failure shows at the send
 }
 
-/// Asks for the send buffer that the user wants; sends wait where it is full.
+/// Asks for the send buffer that the user wants. A send waits while the buffer is full.
 void ask_for_send_buffer() {
   const int wanted = settings.send_buffer;
   int granted = 0;
   socklen_t len = sizeof granted;
-  (void)setsockopt(sock, SOL_SOCKET, SO_SNDBUF, &wanted, sizeof wanted);  // granted tells
+  (void)setsockopt(sock, SOL_SOCKET, SO_SNDBUF, &wanted,
+                   sizeof wanted);  // `granted` shows how much
   (void)getsockopt(sock, SOL_SOCKET, SO_SNDBUF, &granted, &len);
   granted /= 2;  // socket(7): the kernel reports twice as much
   if (granted < wanted) {

@@ -8,19 +8,19 @@
 /// The descriptor between send_open() and send_close(); stale afterwards.
 extern int sock;
 
-/// Checks `udata_size`, opens `sock`, sees to its send buffer and sets
-/// `delay_target` from `speed`. 0 when ready, -1 when refused. Ends the process
-/// with status 1 if there is no socket or the buffer can't be forced.
+/// Checks `udata_size`, opens `sock`, sets the size of its send buffer, and sets
+/// `delay_target` from `speed`. Returns 0, or -1 if `udata_size` is out of range. Ends
+/// the process with status 1 if there is no socket or the buffer can't be forced.
 ///
-/// The buffer is forced to 16 MiB (SO_SNDBUFFORCE, needs CAP_NET_ADMIN), or, with
-/// `send_buffer`, is what the system grants of that (SO_SNDBUF, up to
-/// net.core.wmem_max, socket(7)).
+/// The buffer is forced to 16 MiB (SO_SNDBUFFORCE, which needs CAP_NET_ADMIN). With
+/// `send_buffer` it gets that size, or as much of it as the system grants (SO_SNDBUF,
+/// up to net.core.wmem_max, socket(7)).
 int send_open();
 
-/// True if datagrams of `udata_size` bytes can be sent.
+/// True if `udata_size` is in its range.
 bool udata_size_is_valid();
 
-/// Bytes to which the send buffer is forced.
+/// Size to which the send buffer is forced, bytes.
 constexpr int kSendBuffer = 16 * 1024 * 1024;  // Linux reports twice as much
 
 /// Closes `sock`.
@@ -29,9 +29,9 @@ void send_close();
 /// Closes the descriptor `s`; nothing is reported.
 void CloseSocket(int s);
 
-/// errno of the last failed call.
+/// Returns the errno of the last failed call.
 int SockErrcode();
 
-/// Where the files of `folder` go. Ends the process with status 1 and a line on
-/// standard error if its `ip` is no address that inet_aton(3) reads.
+/// Returns the address of the receiver for `folder`. Ends the process with status 1
+/// and a line on standard error if inet_aton(3) can't read `ip`.
 sockaddr_in receiver_address(const scan_folder& folder);

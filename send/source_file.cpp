@@ -14,14 +14,14 @@
 
 namespace {
 
-// A shorter transfer costs more when it is tested twice than what it could miss.
+// Not asked again sooner: for short transfers the second search would cost too much time.
 constexpr std::uint64_t kOpenCheckHoldsMs = 1000;
 
 using State = SourceFile::State;
 
 State state_of(mode_t mode) {
   if (S_ISREG(mode)) return State::kClosed;
-  // a folder comes here as a file only because it can't be opened
+  // a folder is visited as a file only if it could not be opened
   return S_ISDIR(mode) ? State::kMissing : State::kIrregular;
 }
 
@@ -49,7 +49,7 @@ void SourceFile::open() {
   state_ = State::kMissing;
   if (!pinned_)
     pinned_ = Fd(openat(entry_.folder, entry_.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-  // opening can act on a device, so open only what is held and was looked at
+  // opening can act on a device, so open only the file that was looked at and is still held
   const std::optional<FileStamp> held = file_stamp(pinned_.get());
   if (!held || !is_same_file(*held, stamp_)) return;
   fd_ = open_again(pinned_.get(), O_RDONLY | O_NONBLOCK | O_NOCTTY).fd;
@@ -57,7 +57,7 @@ void SourceFile::open() {
   const std::optional<FileStamp> now = file_stamp(fd_.get());
   if (!now) return;
   state_ = State::kOpen;
-  // the stamp first: what is appended after it shows as a change
+  // the stamp comes first, so that bytes appended after it show as a change
   stamp_ = *now;
   size_ = lseek(fd_.get(), 0, SEEK_END);
 }
@@ -98,12 +98,13 @@ bool SourceFile::is_unchanged(int fd, bool but_change_time) const {
 SourceFile::Look SourceFile::look() const {
   const Look found = look_at(entry_.folder, entry_.name.c_str(), false);
   if (found != Look::kGone) return found;
-  // somebody took it away, which sets the change time: whole, or after it was changed?
+  // taking it away has set the change time, so compare all but that
   return is_unchanged(fd_.get(), true) ? Look::kGone : Look::kOther;
 }
 
 SourceFile::Look SourceFile::look_at_renamed(int folder, const std::string& name) const {
-  return look_at(folder, name.c_str(), !link_);  // what a link leads to was not renamed
+  // renaming sets the change time of the file, but not of the file that a link leads to
+  return look_at(folder, name.c_str(), !link_);
 }
 
 SourceFile::Look SourceFile::look_at(int folder, const char* name, bool but_change_time) const {

@@ -1,8 +1,8 @@
-// send/source_file.h: the file being sent, read through one description from the
-// first look to the last, so that what is sent is what was found ready.
+// send/source_file.h: the file being sent. It is opened once and read through the same
+// descriptor until it was sent, so that what is sent is what was found ready.
 //
 //   SourceFile file(entry);
-//   ...                       // is it ready, by stamp()?
+//   ...                       // look at stamp(): is the file ready?
 //   file.open();
 //   ...                       // read, send
 //   if (file.look() == SourceFile::Look::kSame) ...
@@ -20,24 +20,25 @@ class SourceFile {
  public:
   enum class State {
     kClosed,     ///< a regular file, not open
-    kOpen,       ///< may be read
-    kMissing,    ///< not there, or not to be opened; also a folder
+    kOpen,       ///< can be read
+    kMissing,    ///< not there, can't be opened, or a folder
     kIrregular,  ///< a pipe, device or socket, which is never opened
   };
   enum class Look {
-    kSame,   ///< it is the file that was opened, as it was then
+    kSame,   ///< it is the file that was opened, and it has not changed
     kGone,   ///< nothing has the name any more
-    kOther,  ///< another file, or changed, or it can't be told
+    kOther,  ///< it is another file, it has changed, or that can't be found out
   };
 
   /// Looks at the entry, through a link where the rule of softlib/links.h allows
   /// it, and opens nothing.
   explicit SourceFile(Entry entry);
 
-  /// Opens what was looked at; what has come in its place since is kMissing.
+  /// Opens the file that the constructor looked at. state() becomes kMissing if that is no
+  /// longer there, even if another file has its name.
   void open();
 
-  /// Closes it; everything but reading goes on.
+  /// Closes the file. Only reading is impossible afterwards.
   void close() { fd_ = Fd(); }
 
   const Entry& entry() const { return entry_; }
@@ -45,34 +46,34 @@ class SourceFile {
   State state() const { return state_; }
   int fd() const { return fd_.get(); }
 
-  /// Bytes, by the end's position when the file was opened; negative if it has
-  /// none.
+  /// Returns the size in bytes, which is where lseek(2) found the end when the file was
+  /// opened; negative if it found none.
   std::int64_t size() const { return size_; }
 
-  /// Which file it is, its size and its times when it was opened, right before
-  /// its end was looked for; until then, when it was looked at. Zeros if
-  /// nothing was there.
+  /// Returns which file it is, its size and its times. They are those of the moment at
+  /// which it was opened, right before size() was found; before open(), those that the
+  /// constructor found. All 0 if there was nothing.
   const FileStamp& stamp() const { return stamp_; }
 
-  /// Back to the first byte.
+  /// Goes back to the first byte.
   void rewind() const;
 
-  /// Reads on, `size` bytes to `to`; returns the number of bytes read: fewer only
-  /// if the file yields no more.
+  /// Reads the next `size` bytes to `to`. Returns the number of bytes read, which is less
+  /// than `size` only at the end of the file or after an error.
   std::uint64_t read(unsigned char* to, std::uint64_t size) const;
 
-  /// check_open_file() for its path, its own descriptor left out.
+  /// Returns what check_open_file() says of its path, its own descriptor left out.
   int check_open();
 
-  /// check_open() anew if its last answer (else the first look) is more than a
-  /// second old; true if somebody holds it by now, or if that can't be told.
+  /// Calls check_open() again if its last answer (or the constructor's look) is more than
+  /// a second old. True if somebody holds the file, or if that can't be found out.
   bool was_opened_since();
 
-  /// What the entry names by now.
+  /// Returns what the entry names now.
   Look look() const;
 
-  /// What `name` in `folder` is, to which the entry was renamed; a rename itself
-  /// is no change.
+  /// Returns what `name` in `folder` is, to which the entry was renamed. The renaming
+  /// does not count as a change.
   Look look_at_renamed(int folder, const std::string& name) const;
 
  private:
@@ -81,10 +82,10 @@ class SourceFile {
 
   Entry entry_;
   State state_ = State::kMissing;
-  std::optional<FileStamp> link_;  ///< of the entry itself, if it is a link
+  std::optional<FileStamp> link_;  ///< stamp of the entry itself, if it is a link
   Fd pinned_;
   Fd fd_;
   std::int64_t size_ = 0;
-  std::uint64_t checked_ms_;  ///< by steady_ms()
+  std::uint64_t checked_ms_;  ///< when check_open() was called last, by steady_ms()
   FileStamp stamp_;
 };

@@ -25,7 +25,7 @@ namespace {
 
 constexpr int kProgressStep = 5;  // percent
 
-/// Shows how far a pass is, in steps of 5 % where there are that many parts.
+/// Shows how far a pass has come, in steps of 5 % if there are enough parts.
 class Progress {
  public:
   void show(std::uint64_t part_no, std::uint64_t parts) {
@@ -39,7 +39,7 @@ class Progress {
   int last_ = -1;
 };
 
-/// A request to stop or the escape key: `result` for the caller to return.
+/// Counts a transfer that a stop request or the escape key ends, and returns `result`.
 int interrupted(int result) {
   ++metrics.failed[kInterrupted];
   return result;
@@ -88,9 +88,9 @@ int Transfer::send_data() {
   Pacer pacer(delay_target, GetNanoTime());
   while (!parts_.at_end()) {
     const std::size_t wanted = next_batch();
-    // read before the wait: what the disk takes must not make the packet late
+    // read before the wait, so that a slow disk does not make the packet late
     const std::size_t count = parts_.fill(wanted);
-    // only with time to spare: a packet that is due is not made late
+    // not while a packet is due, since it would be late
     if (metrics_are_due() && !(is_paced() && pacer.is_due(GetNanoTime()))) tell_metrics();
     if (is_paced() && count > 0) pacer.wait();
     if (const int result = send_parts(count); result != kSent) return result;
@@ -103,9 +103,9 @@ int Transfer::send_data() {
   return kSent;
 }
 
-/// Parts that may go out in one call: more than one where nothing has to happen
-/// between them. With an ordinary send buffer datagrams go out one by one: several at once
-/// overrun a receiver whose own buffer is an ordinary one, too.
+/// Returns how many parts may go out in one call: more than one only if nothing has to
+/// happen between them. With an ordinary send buffer it is always one, since several at
+/// once overrun a receiver whose buffer is an ordinary one, too.
 std::size_t Transfer::next_batch() const {
   const bool one_by_one = is_paced() || settings.send_buffer > 0 || settings.verboze > 0;
   if (one_by_one || !segments_are_usable()) return 1;

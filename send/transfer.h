@@ -1,4 +1,4 @@
-// send/transfer.h: one transfer on its way, pass after pass.
+// send/transfer.h: sends one transfer, pass after pass.
 #pragma once
 
 #include <netinet/in.h>
@@ -14,25 +14,25 @@
 
 // Results of a pass and of SendFile().
 constexpr int kSent = 0;         ///< all of it went out
-constexpr int kNotSent = -1;     ///< stays for a later pass of the scan
+constexpr int kNotSent = -1;     ///< the file stays for a later pass of the scan
 constexpr int kEscape = 2;       ///< the escape key was pressed during the data
 constexpr int kSocketError = 3;  ///< a send failed or was short
 
 /// Pause after each header packet.
 constexpr std::uint32_t kAfterHeaderUs = 10'000;
 
-/// What stays the same over all passes. Keeps a reference to `content`, which must
-/// outlive it.
+/// A transfer, which lives for all its passes. Keeps a reference to `content`, which
+/// must outlive it.
 class Transfer {
  public:
   /// `header` is the header packet for `info`, `to` the receiver.
   Transfer(std::vector<unsigned char> header, Content& content, const sockaddr_in& to,
            const file_info& info);
 
-  /// Sends `head_send` header packets 10 ms apart and then every data packet, at
-  /// the pace set. Ends early on a stop request (kNotSent), content that yields too
-  /// little (what its end_short() returns), a failed send or, at `verboze` 1 and
-  /// up, the escape key.
+  /// Sends `head_send` header packets 10 ms apart and then every data packet, at the
+  /// pace that is set. Returns kSent, or earlier kNotSent after a stop request, the
+  /// result of end_short() if the content ends too soon, kSocketError if a send fails,
+  /// or kEscape after the escape key (at `verboze` 1 and up).
   int send_pass();
 
  private:

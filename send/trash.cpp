@@ -28,7 +28,7 @@ std::string trash_name(const file_info& info) {
 }
 
 bool note_in_journal(int folder, const std::string& journal, const std::string& line) {
-  // not waiting: a pipe may have been put in its place
+  // O_NONBLOCK: somebody may have put a pipe in its place
   const Opened file = open_below(folder, journal.c_str(),
                                  O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY, 0666);
   struct stat st {};
@@ -36,7 +36,7 @@ bool note_in_journal(int folder, const std::string& journal, const std::string& 
   const std::string text = line + "\n";
   const ssize_t written = write(file.fd.get(), text.data(), text.size());
   if (written == static_cast<ssize_t>(text.size())) return true;
-  // the beginning of a line would grow into the next one
+  // half a line would run into the next one
   if (written > 0) (void)!ftruncate(file.fd.get(), lseek(file.fd.get(), 0, SEEK_CUR) - written);
   return false;
 }
@@ -46,12 +46,12 @@ void move_to_trash(SourceFile& file, const file_info& info) {
   const std::string new_path = settings.trash_path + "/" + name;
   const std::string journal_path = settings.trash_path + "/" + settings.trash_log;
   std::cout << shown(journal_path) << std::endl << shown(new_path) << std::endl;
-  (void)MakeDir(settings.trash_path);  // shows right below
+  (void)MakeDir(settings.trash_path);  // if it fails, the opening fails
   const Opened trash = open_path(settings.trash_path + "/", O_PATH | O_DIRECTORY);
   static Warning no_trash;
   no_trash.note(bool(trash), "can't open the trash folder " + settings.trash_path);
   if (!trash) return;
-  (void)take_away(file, [&](Aside& aside) {  // else it stays, found by the next scan
+  (void)take_away(file, [&](Aside& aside) {  // a file that stays is found by the next scan
     static Warning no_journal;
     no_journal.note(note_in_journal(trash.fd.get(), settings.trash_log, name + " " + file.path()),
                     "can't write the trash journal " + journal_path);
