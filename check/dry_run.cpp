@@ -39,7 +39,7 @@ class DryRun final : public TreeVisitor {
   std::vector<Verdict> walk(std::vector<scan_folder>& folders) {
     for (scan_folder& folder : folders) {
       cur_folder = &folder;
-      (void)walk_tree(folder.abs_path, *this);  // a missing folder was told of
+      (void)walk_tree(folder.abs_path, *this);  // a missing folder was reported before
       if (ended_.empty() && settings.mode != kDaemon && input_is_at_end())
         ended_ = "standard input is at its end, which stops the run";
     }
@@ -48,7 +48,7 @@ class DryRun final : public TreeVisitor {
     return std::move(verdicts_);
   }
 
-  // the name stays here: the file is visited under it, and judged by its true one
+  // nothing is renamed here: path_of() finds out what the file was called
   std::string visit_aside(const Folder& /*folder*/, const std::string& name) override {
     return name;
   }
@@ -109,12 +109,12 @@ class DryRun final : public TreeVisitor {
     return {st.st_dev, st.st_ino, entry.name};
   }
 
-  /// True if it has gone by another path that leads to it.
+  /// True if the same file would already have been sent through another path.
   bool is_gone(const Entry& entry) const { return gone_.count(place_of(entry)) > 0; }
 
-  /// The path by which the sender knows the file: one left aside gets its name back.
+  /// Returns the path by which the sender knows the file: a file left aside gets its name back.
   std::string path_of(const Entry& entry) const {
-    // settings that send nothing don't keep the sender from walking
+    // even with settings that send nothing the sender walks, and gives names back
     const bool is_reached = ended_.empty() || !settings_send_it_whole();
     if (!is_aside(entry.name) || !is_reached) return entry.path;
     const std::string name = name_of_aside(entry.name);
@@ -136,7 +136,7 @@ class DryRun final : public TreeVisitor {
     }
   }
 
-  /// "", or why the file stays; `size` is its size if it goes.
+  /// Returns "", or why the file stays. Sets `size` if it is sent.
   std::string judge(const Entry& entry, const std::string& path, std::int64_t& size) {
     if (!ended_.empty()) return ended_;
     if (const Readiness named = check_name(path); named != Readiness::kReady) return why_not(named);
@@ -162,7 +162,7 @@ class DryRun final : public TreeVisitor {
     return S_ISLNK(st.st_mode) && gone_files_.count({file.stamp().device, file.stamp().inode}) > 0;
   }
 
-  /// A file that goes: true if it can be removed afterwards.
+  /// Settles a file that would be sent. Returns true if it can be removed afterwards.
   bool settle(const Entry& entry, const std::string& path) {
     if (faccessat(entry.folder, ".", W_OK | X_OK, AT_EACCESS) != 0) {
       tell("what is sent can't be removed, such as " + path + ": " + std::strerror(errno));
@@ -190,7 +190,7 @@ class DryRun final : public TreeVisitor {
   Findings& findings_;
   NameCheck names_;
   std::vector<Verdict> verdicts_;
-  std::string ended_;  ///< why no file goes any more
+  std::string ended_;  ///< why no more files are sent; empty: they are
   std::set<Place> gone_;
   std::set<std::pair<std::uint64_t, std::uint64_t>> gone_files_;
   std::int32_t failures_ = 0;

@@ -29,7 +29,7 @@ void check_line(const std::string& line, int number, bool is_folder, Findings& f
     findings.warn(kAbout, where + " has a tab, which belongs to its word: only blanks part words");
 }
 
-/// True if it is there and can be opened as the walk opens it.
+/// True if the folder exists and can be opened as the walk opens it.
 bool check_presence(const scan_folder& folder, Findings& findings) {
   const Opened opened = open_path(folder.abs_path, kFolderFlags);
   if (opened) return true;

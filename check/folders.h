@@ -1,4 +1,4 @@
-// check/folders.h: the folders to scan, and what lies where it should not.
+// check/folders.h: checks the folders to scan, and finds own files that lie in them.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 #include "ground/findings.h"
 #include "state/scan_folder.h"
 
-/// The folders that the sender would scan, with findings about the list.
+/// Returns the folders that the sender would scan, and adds findings about the list.
 std::vector<scan_folder> read_folders(Findings& findings);
 
 /// A file or folder of the sender's own.
@@ -16,11 +16,11 @@ struct OwnPath {
   std::string path;
 };
 
-/// Findings about each of `folders`, and about `own` paths that lie in one of them.
+/// Adds findings about each of `folders`, and about `own` paths that lie in one of them.
 void check_folders(const std::vector<scan_folder>& folders, const std::vector<OwnPath>& own,
                    Findings& findings);
 
-/// `path` as the kernel would spell it, as far as it exists.
+/// Returns `path` as the kernel would spell it, as far as it exists.
 std::string spelled_by_kernel(const std::string& path);
 
 /// True if `path` is `folder` or lies below it; both as the kernel spells them.

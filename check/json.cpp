@@ -5,7 +5,7 @@
 
 namespace {
 
-/// Bytes of the UTF-8 character at `at` of `text`; 0 if there is none. RFC 3629.
+/// Returns the bytes of the UTF-8 character (RFC 3629) at `at` of `text`; 0 if there is none.
 std::size_t utf8_length(const std::string& text, std::size_t at) {
   const auto byte = [&](std::size_t i) {
     return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) : 0U;
@@ -24,7 +24,7 @@ std::size_t utf8_length(const std::string& text, std::size_t at) {
   return overlong || beyond ? 0 : length;
 }
 
-/// A JSON string, RFC 8259. A byte that is no part of UTF-8 becomes the text "\xHH".
+/// Returns a JSON string (RFC 8259). A byte that is not valid UTF-8 becomes the text "\xHH".
 std::string json(const std::string& text) {
   std::string result = "\"";
   std::array<char, 8> escape{};
@@ -47,7 +47,7 @@ std::string json(const std::string& text) {
   return result + "\"";
 }
 
-/// The members of an object, or the elements of an array, one a line.
+/// Writes the members of an object, or the elements of an array, one on each line.
 class List {
  public:
   List(std::ostream& out, const char* open, const char* close) : out_(out), close_(close) {

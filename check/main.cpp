@@ -6,7 +6,7 @@
 
 namespace {
 
-/// The sender's code talks to the console; here only the report does.
+/// Keeps the sender's code from writing to the console, where only the report may stand.
 class Silence {
  public:
   Silence() : kept_(std::cout.rdbuf(nullptr)) {}

@@ -46,7 +46,8 @@ std::string NameCheck::look(const scan_folder& folder, const std::string& path,
   const std::string name = name_that_arrives(path.substr(path.rfind('/') + 1), name_cut);
   const std::string there = name_that_arrives(destination_path(folder.dst_dir, sub), folder_cut);
   std::string arrives = there.empty() ? name : there + "/" + name;
-  arrives.erase(0, std::min(arrives.find_first_not_of('/'), arrives.size()));  // as there
+  // the receiver drops leading slashes, too
+  arrives.erase(0, std::min(arrives.find_first_not_of('/'), arrives.size()));
   // converted back, since the console shows the local character set
   std::string shown;
   if (settings.seal || !convert(arrives, shown, SND_CP, true)) shown = arrives;

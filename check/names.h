@@ -1,4 +1,4 @@
-// check/names.h: names that don't arrive as they are.
+// check/names.h: finds names that change on their way to the receiver.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 #include "ground/findings.h"
 #include "state/scan_folder.h"
 
-/// The character set in force.
+/// Adds findings about the local character set.
 void check_charset(Findings& findings);
 
 /// Looks at the names of all files, one by one.
@@ -16,11 +16,11 @@ class NameCheck {
  public:
   explicit NameCheck(Findings& findings) : findings_(findings) {}
 
-  /// A file of `folder` by its path; `sub` is that of its folder below the scan folder.
-  /// Returns the path at the receiver, as it goes out.
+  /// Looks at the file `path` of the scan folder `folder`; `sub` is the path of the file's
+  /// folder below that. Returns the path that the receiver gets.
   std::string look(const scan_folder& folder, const std::string& path, const std::string& sub);
 
-  /// Tells how many there were beyond those that were told one by one.
+  /// Adds a finding with the number of names that were not reported one by one.
   void end();
 
  private:

@@ -1,4 +1,4 @@
-// check/options.h: the command line of the check: the sender's, and a few words of its own.
+// check/options.h: the command line of the check: the sender's options and a few of its own.
 #pragma once
 
 #include <string>
@@ -10,11 +10,11 @@ struct CheckOptions {
   bool help = false;
   bool version = false;
   std::string program;                 ///< as the sender would be called
-  std::vector<std::string> arguments;  ///< its own, without its name
+  std::vector<std::string> arguments;  ///< the sender's arguments, without its name
 };
 
-/// Takes the words of the check out of the command line. Unless one names the sender, it is
-/// "tarnwick" in the folder of the check, as that was called.
+/// Separates the check's own options from the sender's. Unless an option names the sender,
+/// it is "tarnwick" in the folder of the check, as the check was called.
 CheckOptions take_own_options(int argc, char** argv);
 
 extern const char kHelp[];

@@ -1,4 +1,4 @@
-// check/origins.h: where each setting comes from.
+// check/origins.h: tells where each setting comes from.
 #pragma once
 
 #include <map>
@@ -8,7 +8,7 @@
 #include "frame/options.h"
 #include "frame/words.h"
 
-/// A setting in force.
+/// A setting, its present value and where that was set.
 struct Origin {
   std::string option;
   std::string meaning;
@@ -22,11 +22,11 @@ struct ReadWords {
   std::vector<Word> command_line;  ///< the arguments, and the files that -o names
 };
 
-/// "argument 2" or "FILE, line 3".
+/// Returns "argument 2" or "FILE, line 3".
 std::string place_of(const Word& word);
 
-/// The words that set the settings in force, by their options.
+/// Returns the word that set the present value of each option.
 std::map<std::string, Word> deciding_words(const ReadWords& words);
 
-/// The settings in force, which `words` led to.
+/// Returns all settings, as set by `words`.
 std::vector<Origin> origins_of_settings(const ReadWords& words);

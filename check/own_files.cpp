@@ -66,7 +66,7 @@ dev_t device_of(const std::string& path) {
   return st.st_dev;
 }
 
-/// LogDir() makes one folder at the most.
+/// True if the folder exists or LogDir(), which makes only one level, could make it.
 bool log_folder_can_be_had(const std::string& folder) {
   return is_dir("", folder) ||
          (!file_exists(folder) && file_exists(folder_of(folder)) && may_write(folder_of(folder)));

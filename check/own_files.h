@@ -1,5 +1,4 @@
-// check/own_files.h: the files that the sender reads and writes for itself: configuration,
-// log, trash.
+// check/own_files.h: checks the sender's own files: configuration, log, metrics, trash.
 #pragma once
 
 #include <string>
@@ -8,17 +7,17 @@
 #include "check/folders.h"
 #include "ground/findings.h"
 
-/// The configuration file that was read, "" for none, and who may change it.
+/// Checks who may change the configuration file `read`; "": none was read.
 void check_config(const std::string& read, Findings& findings);
 
-/// Rights and room for the log, where one is kept.
+/// Checks permissions and room for the log, if one is kept.
 void check_log(Findings& findings);
 
-/// Rights for the file of metrics, where one is wanted.
+/// Checks permissions for the file of metrics, if one is wanted.
 void check_metrics(Findings& findings);
 
-/// Rights, room and place of the trash, where it is used.
+/// Checks permissions, room and place of the trash, if it is used.
 void check_trash(const std::vector<scan_folder>& folders, Findings& findings);
 
-/// Paths that no scan folder should hold.
+/// Returns the paths that should not lie in a scan folder.
 std::vector<OwnPath> own_paths(const std::string& config);

@@ -19,7 +19,7 @@
 
 namespace {
 
-/// Processes whose descriptors may not be read; -1 if /proc can't be.
+/// Returns how many processes don't let us read their descriptors; -1 if /proc can't be read.
 int hidden_processes() {
   std::error_code error;
   const std::filesystem::directory_iterator processes("/proc", error);

@@ -1,4 +1,4 @@
-// check/reasons.h: why a file stays, in words.
+// check/reasons.h: says in words why a file stays.
 #pragma once
 
 #include <string>

@@ -18,7 +18,8 @@
 
 namespace {
 
-/// As load_settings() of the sender does, without its endings, and writing nothing.
+/// Reads the settings as load_settings() of the sender does, but writes nothing and does not
+/// end the process.
 ReadWords read_settings(const CheckOptions& options, std::string& config, Findings& findings) {
   ReadWords words;
   get_lcs();

@@ -1,4 +1,4 @@
-// check/report.h: all that the check found out, and its forms.
+// check/report.h: makes and prints the report of all that the check found out.
 #pragma once
 
 #include <ostream>
@@ -19,7 +19,7 @@ struct Report {
   std::vector<Verdict> files;
 };
 
-/// Files that go, with their bytes and seconds.
+/// How many files would be sent, their bytes, and the seconds that this takes.
 struct Total {
   std::size_t files = 0;
   std::int64_t bytes = 0;
@@ -27,7 +27,7 @@ struct Total {
 };
 Total total_of(const std::vector<Verdict>& files);
 
-/// Reads the settings as the sender does, and looks into all that they touch.
+/// Reads the settings as the sender does, and checks all that they concern.
 Report make_report(const CheckOptions& options);
 
 void print_text(const Report& report, std::ostream& out);

@@ -27,7 +27,7 @@ struct RouteRequest {
   in_addr address;
 };
 
-/// Reads interface and next hop out of the answer, rtnetlink(7).
+/// Reads interface and next hop from the answer, rtnetlink(7).
 void read_answer(const nlmsghdr& answer, Route& route) {
   const auto* message = static_cast<const rtmsg*>(NLMSG_DATA(&answer));
   route.needs_neighbour = message->rtm_type == RTN_UNICAST;

@@ -1,5 +1,5 @@
-// check/route.h: the way that datagrams to an address take out of this machine. Nothing is
-// sent to find out.
+// check/route.h: finds out, without sending anything, how datagrams to an address leave
+// this machine.
 #pragma once
 
 #include <netinet/in.h>
@@ -7,16 +7,16 @@
 #include <string>
 
 struct Route {
-  int error = 0;                 ///< errno of what a send would answer; 0 for a route
-  std::string device;            ///< network interface; empty if it can't be told
+  int error = 0;                 ///< errno of a send to the address; 0: there is a route
+  std::string device;            ///< network interface; empty if unknown
   in_addr next_hop{};            ///< the address whose neighbour entry is used
-  int mtu = 0;                   ///< bytes, IP header included; 0 if it can't be told
+  int mtu = 0;                   ///< bytes, IP header included; 0 if unknown
   bool needs_neighbour = false;  ///< a neighbour entry says to which station frames go
   bool has_carrier = true;
   int card_speed = 0;  ///< Mbit/s of 1,000,000 bits; 0 if the card does not tell
 };
 
-/// The route to `to` (address and port).
+/// Returns the route to `to` (address and port).
 Route find_route(const sockaddr_in& to);
 
 /// True if `address` has a permanent neighbour entry on `device`.

@@ -29,7 +29,7 @@ std::string link_text(const std::string& path) {
   return {text.data(), len > 0 ? static_cast<std::size_t>(len) : 0};
 }
 
-/// What /proc tells of a process; empty where it tells nothing.
+/// What /proc tells about a process; fields that it does not tell are empty.
 struct Process {
   explicit Process(int id) : pid(id) {
     const std::string proc = "/proc/" + std::to_string(pid);
@@ -73,7 +73,7 @@ void tell_of_holder(const Process& holder, const std::string& lock, Findings& fi
   }
 }
 
-/// The live process that an existing lock file names, or 0.
+/// Returns the process that the lock file names, or 0 if there is no such process.
 int holder_of(const std::string& lock, Findings& findings) {
   const Fd file = find_lock_file(lock);
   if (!file) {
@@ -95,7 +95,8 @@ void check_new_lock(const std::string& lock, Findings& findings) {
                     (settings.run_dir == "/var/run" ? "; --run-dir=DIR takes another folder" : ""));
 }
 
-/// Two copies may run by different names, and read the same file without knowing it.
+/// Copies with different names have different locks, and can read the same configuration
+/// file unnoticed.
 void check_other_copies(const std::string& config, int holder, Findings& findings) {
   if (config.empty() || config[0] == '/') return;
   std::error_code error;

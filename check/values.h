@@ -1,8 +1,8 @@
-// check/values.h: values that can be read, but mean no good.
+// check/values.h: finds values that are valid but unlikely to be what the user wants.
 #pragma once
 
 #include "check/origins.h"
 #include "ground/findings.h"
 
-/// Of the settings in force, to which `words` led.
+/// Adds findings about the present settings, which `words` set.
 void check_values(const ReadWords& words, Findings& findings);

@@ -23,7 +23,7 @@ bool looks_like_upper_case(const std::string& text) {
          std::isupper(static_cast<unsigned char>(text[1])) != 0;
 }
 
-/// The end of the number that `text` begins with; 0 if it begins with none.
+/// Returns where the number at the start of `text` ends; 0 if there is no number.
 std::size_t number_end(const std::string& text, ValueKind kind) {
   std::size_t begin = text.find_first_not_of(" \t");
   if (begin == std::string::npos) return 0;
@@ -54,7 +54,7 @@ void check_number(const Word& word, const std::string& where, Findings& findings
   }
 }
 
-/// A line such as "please ask ..." sets something.
+/// Finds lines such as "please ask ...", which set an option by accident.
 void check_separator(const Word& word, const std::string& where, Findings& findings) {
   const std::size_t at = word.file.empty() ? 2 : 1;
   if (word.option.size() != 2 || word.text.size() <= at) return;
@@ -82,7 +82,7 @@ void check_word(const Word& word, Findings& findings) {
                                  (looks_like_upper_case(word.text) ? ": letters are small" : ""));
       return;
     case Heard::kNoValue:
-      // a long one is an error, and told of as such
+      // for a long option this is an error, which is reported elsewhere
       if (word.option.size() > 2) return;
       findings.warn("words", where + " has no value and sets nothing: write " +
                                  (word.file.empty() ? "-" : "") + word.option.substr(1) +
@@ -107,7 +107,7 @@ void check_repeated(const std::vector<Word>& words, Findings& findings) {
   for (const Word& word : words) {
     if (word.heard != Heard::kSet || word.option == "-o" || word.option == "-h") continue;
     const Word*& before = set[word.option];
-    // an argument goes before a file that -o read earlier: that is what both are for
+    // overriding a file that -o has read is what arguments are for
     if (before != nullptr && (before->file.empty() || before->file == word.file)) {
       findings.warn("words", place_of(*before) + ", " + quoted(before->text) + ", has no effect: " +
                                  place_of(word) + " sets " + word.option + " again");

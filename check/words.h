@@ -1,5 +1,5 @@
-// check/words.h: words of the command line and of configuration files that do nothing, or
-// not what they look like.
+// check/words.h: finds words of the command line and of configuration files that do nothing,
+// or something else than they seem to do.
 #pragma once
 
 #include "check/origins.h"

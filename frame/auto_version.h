@@ -1,5 +1,5 @@
-// frame/auto_version.h: the identity that the banner tells. Scripts match it, so it stays
-// as it is; releases are counted by the project's version, which --version prints.
+// frame/auto_version.h: the version that the banner shows. Scripts match it, so it never
+// changes; the version of a release is the project's, which --version prints.
 #pragma once
 
 namespace AutoVersion {

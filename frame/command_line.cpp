@@ -23,7 +23,7 @@ std::string usage_name(const std::string& path) {
   return path.substr(at + 1);
 }
 
-/// Applies `argument`, but does not yet read what -o names.
+/// Applies `argument`, but does not read the file that -o names.
 [[noreturn]] void end_without_config() {
   err_system("can't read the configuration file " + settings.config_name);
   std::cout << "\nCan't load config file " << settings.config_name << std::endl;

@@ -30,7 +30,7 @@ std::vector<std::string> places(bool only_named) {
   return paths;
 }
 
-/// Returns what became of the line, but for where it stands.
+/// Applies the line. Returns what it did, without its file and number.
 Word apply_line(std::string line) {
   line.erase(std::min(line.find('\r'), line.size()));
   Word word = apply_long_option(line, Place::kConfigFile);
@@ -85,12 +85,12 @@ std::string first_config() {
 
 bool write_first_config(const Fd& file) {
   return write_all(file.get(), first_config()) &&
-         fsync(file.get()) == 0;  // some file systems find out only then
+         fsync(file.get()) == 0;  // some file systems report a full disk only here
 }
 
-/// Writes the file before it has a name, so that not even a kill leaves half of one.
-/// False, with nothing written, where something has the name, even a link to
-/// nothing, where it has no room, or where the file system knows no such files.
+/// Writes the file before it gets a name, so that not even a kill leaves half of it.
+/// Returns false, with nothing written, if the name is taken (even by a link to nothing),
+/// if there is no room, or if the file system has no files without a name.
 bool save_at_once(const std::string& path) {
   const std::size_t name_at = path.rfind('/') + 1;  // 0 without a slash
   const Opened folder =
@@ -135,6 +135,6 @@ bool SaveConfig() {
   const bool whole = ftruncate(file.fd.get(), 0) == 0 && write_first_config(file.fd);
   if (whole) return true;
   warn_system("can't write all of the configuration file " + path + ": " + std::strerror(errno));
-  (void)unlink(path.c_str());  // half of one would be taken for all of it ever after
+  (void)unlink(path.c_str());  // later starts would take half a file for a whole one
   return true;
 }

@@ -1,5 +1,5 @@
-// frame/config_file.h: settings from a file of "x:value" and "--name=value" lines,
-// and the first such file written.
+// frame/config_file.h: reads settings from a file of "x:value" and "--name=value"
+// lines, and writes a first such file.
 #pragma once
 
 #include <istream>
@@ -7,19 +7,20 @@
 
 #include "frame/words.h"
 
-/// File name of the configuration file in each of its places.
+/// Name of the configuration file in each folder where it is looked for.
 constexpr char kConfigFileName[] = "tarnwick_cfg";
 
 /// Reads the first of these files that can be opened: `config_name`; and unless
-/// `only_named`, "tarnwick_cfg" beside the program and in "/etc/". False if
-/// none can be. Lines that are neither a key letter's nor a long option are
-/// skipped. `heard` (may be empty) is told the file, then each line.
+/// `only_named`, "tarnwick_cfg" beside the program and in "/etc/". Returns false
+/// if none can be opened. Lines that begin with neither a key letter nor a long
+/// option are skipped. Calls `heard` (may be empty) with the file, then with each
+/// line.
 bool LoadConfig(bool only_named, const WordListener& heard = {});
 
-/// Applies the lines of a configuration file, to the end of `in` or up to its failure;
-/// `heard` (may be empty) is told each of them, as one of the file `path`.
+/// Applies the lines of a configuration file, up to the end or the failure of `in`. Calls
+/// `heard` (may be empty) with each of them, as a line of the file `path`.
 void apply_config(std::istream& in, const std::string& path, const WordListener& heard = {});
 
-/// Writes `config_name` anew from the settings, with a line size, a speed and a
-/// scan list of its own choice. False if it can't be opened for writing.
+/// Writes `config_name` anew from the settings, but with its own values for line
+/// size, speed and scan list. Returns false if that fails.
 bool SaveConfig();

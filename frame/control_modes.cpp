@@ -24,9 +24,9 @@ constexpr unsigned short kHandshakeSeconds = 10;
 /// The lock through which another copy was frozen, until it is thawed.
 Proc* frozen_through = nullptr;
 
-/// Thaws the other copy if it is still frozen. A bad address or a missing
-/// privilege ends the process deep below the frame, so it is called at exit,
-/// too. True if the other copy goes on.
+/// Thaws the other copy if it is still frozen; returns true if that goes on. Also
+/// called at exit, since a bad address or a missing privilege ends the process deep
+/// below the frame.
 bool thaw_other() {
   Proc* lock = std::exchange(frozen_through, nullptr);
   return lock == nullptr || lock->unfreez(kHandshakeSeconds);
@@ -40,8 +40,8 @@ bool freeze_other(Proc& lock) {
     return false;
   }
   frozen_through = &lock;
-  std::signal(SIGPIPE, SIG_IGN);  // a reader of our text that goes away must not end us now
-  std::atexit([] { (void)thaw_other(); });  // nobody is left to tell
+  std::signal(SIGPIPE, SIG_IGN);  // a closed pipe must not end us before the other copy is thawed
+  std::atexit([] { (void)thaw_other(); });  // a failure can't be reported any more
   std::cout << "OK!  frozzen!" << std::endl;
   return true;
 }
@@ -55,7 +55,7 @@ bool unfreeze_other() {
   return thawed;
 }
 
-/// Sends the journal to the receiver of the first scan folder; it stays.
+/// Sends the journal to the receiver of the first scan folder. The journal stays.
 bool send_journal() {
   make_scan_list();
   if (scan_list.empty()) {
@@ -79,7 +79,7 @@ int run_trash_journal(Proc& lock) {
   if (send_open() != 0) {
     std::cout << "Can't open socket!" << std::endl;
     frozen_through = nullptr;
-    (void)lock.unfreez(kHandshakeSeconds);  // the status is that of the socket
+    (void)lock.unfreez(kHandshakeSeconds);  // the exit status is that of the socket
     return after_pause(kRefused);
   }
   drop_network_admin();

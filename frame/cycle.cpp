@@ -11,14 +11,14 @@ namespace {
 
 std::int64_t cycle_length_ms() { return std::int64_t{settings.time_wait} * 1000; }
 
-/// Once, until the folder is found again.
+/// Warns once, and again only after the folder was found.
 void warn_of_missing(scan_folder& folder) {
   const bool is_missing = folder.remain < 0 && !stop_requested();
   if (is_missing && !folder.is_missing) warn_system("can't open the folder " + folder.abs_path);
   folder.is_missing = is_missing;
 }
 
-/// One pass; true if a folder still holds something.
+/// Makes one pass. Returns true if a folder still holds something.
 bool make_pass(PassRules& rules) {
   bool again = false;
   for (scan_folder& folder : scan_list) {
@@ -55,7 +55,7 @@ std::int32_t CycleClock::elapsed_ms() const {
 }
 
 bool CycleClock::is_over() const {
-  // a cycle of no length has room for one pass, however quick that is
+  // with `time_wait` 0 a cycle has one pass, however quick that is
   return settings.time_wait == 0 || elapsed_ms() > cycle_length_ms();
 }
 

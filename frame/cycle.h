@@ -6,8 +6,8 @@
 
 #include "state/scan_folder.h"
 
-/// Time since the present cycle began. Differences are signed 32-bit numbers of
-/// milliseconds and are held against `time_wait` seconds.
+/// Time since the present cycle began. It is a signed 32-bit number of milliseconds
+/// and is compared with `time_wait` seconds.
 class CycleClock {
  public:
   CycleClock();
@@ -26,7 +26,7 @@ class PassRules {
  public:
   virtual ~PassRules() = default;
 
-  /// Asked before each pass and each entry: does the run go on?
+  /// Called before each pass and each entry; false ends the passes.
   virtual bool goes_on() = 0;
 
   /// Called before an entry is walked.
@@ -35,8 +35,8 @@ class PassRules {
   /// Called after the walk, with its result in `remain`; false ends the pass.
   virtual bool after_walk(const scan_folder& folder) = 0;
 
-  /// The pause between two passes: `time_rescan` x `steps_per_rescan` steps of
-  /// `step_us`, each preceded by the question whether to cut it short.
+  /// Called before each step of the pause between two passes; true ends the pause.
+  /// The pause has `time_rescan` x `steps_per_rescan` steps of `step_us`.
   virtual bool cuts_pause_short() = 0;
   std::uint32_t step_us = 0;
   int steps_per_rescan = 1;

@@ -73,7 +73,7 @@ int run_daemon(Proc& lock) {
   pplock = &lock;
   if (!begin_scanning()) return kRefused;
   CycleClock clock;
-  send_close();  // it was a trial: the daemon opens its own
+  send_close();  // opened only to see whether it works; the daemon opens its own
   say(2) << "start daemon" << std::endl;
   settings.verboze = 0;
   lock.daemon_mode();

@@ -9,7 +9,7 @@
 
 int main(int argc, char** argv) {
   occupy_standard_descriptors();
-  // the usual question for a state must not end a run; --metrics answers it
+  // SIGUSR1 often asks a program for its state, so it must not end a run; --metrics tells it
   (void)std::signal(SIGUSR1, SIG_IGN);
   if (answer_word(argc, argv)) return EXIT_SUCCESS;
   load_settings(argc, argv);

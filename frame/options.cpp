@@ -67,7 +67,7 @@ void set_metrics(const std::string& value) {
 
 void set_seal(const std::string& /*value*/) { settings.seal = true; }
 
-/// Takes the value of an option that means "--seal" as well; it may not be empty.
+/// Takes the value, which may not be empty, of an option that switches on "--seal", too.
 void set_with_seal(std::string Settings::*field, const char* name, const std::string& value) {
   settings.seal = true;
   settings.*field = value;
@@ -78,9 +78,9 @@ void set_repair(const std::string& value) { set_with_seal(&Settings::repair, "--
 void set_sign(const std::string& value) { set_with_seal(&Settings::sign, "--sign", value); }
 
 enum class Shape {
-  kValue,  ///< "--name=value", at both places
-  kWord,   ///< "--name", on the command line only; its setter is handed ""
-  kSwitch  ///< "--name", at both places; the same
+  kValue,  ///< "--name=value", in both places
+  kWord,   ///< "--name", on the command line only; its setter is called with ""
+  kSwitch  ///< "--name", in both places; its setter is called with ""
 };
 
 struct LongOption {
@@ -101,7 +101,7 @@ const Option* find_option(char letter) {
   return found == std::end(kOptions) ? nullptr : found;
 }
 
-/// Puts the text into the kind of field that an option has.
+/// Stores a value, given as text, in an option's field, whatever its type.
 struct Assign {
   const std::string& value;
 
@@ -111,7 +111,7 @@ struct Assign {
   void operator()(Setter set) const { set(value); }
 };
 
-/// The value that stands in the kind of field that an option has.
+/// Returns the value of an option's field as text, whatever its type.
 struct Show {
   std::string operator()(int Settings::*field) const { return std::to_string(settings.*field); }
   std::string operator()(double Settings::*field) const {

@@ -8,9 +8,9 @@
 
 #include "frame/words.h"
 
-/// Sets what `letter` stands for from `value`, taken as it is; numbers are read
-/// by to_int() and to_double(). False, with nothing set, for a letter that
-/// stands for no setting.
+/// Sets the setting of `letter` to `value`, which is taken as it is; numbers are
+/// read by to_int() and to_double(). Returns false, with nothing set, if `letter`
+/// does not stand for a setting.
 bool apply_setting(char letter, const std::string& value);
 
 /// True if `letter` may begin a line of the configuration file.
@@ -19,23 +19,23 @@ bool is_config_key(char letter);
 /// True if `letter` stands for a setting.
 bool is_setting(char letter);
 
-/// How the value behind `letter` is read; kText for a letter that stands for none.
+/// Returns how the value behind `letter` is read; kText if `letter` does not stand for a
+/// setting.
 ValueKind kind_of(char letter);
 
 /// Where an option stands.
 enum class Place { kCommandLine, kConfigFile };
 
-/// Applies `text` if it is a long option that may stand at this place, and does
-/// nothing if it is not. A value that is missing or none of the option's values
-/// sets only `settings.refusal`. Returns what it was; only `heard`, `option` and
-/// `value` are filled in.
+/// Applies `text` if it is a long option that is allowed in this place, else does
+/// nothing. A value that is missing or bad sets only `settings.refusal`. Returns
+/// what `text` did; only `heard`, `option` and `value` are filled in.
 Word apply_long_option(const std::string& text, Place place);
 
-/// An option and the value that is in force for it, as text.
+/// An option and its present value, as text.
 struct InForce {
   std::string option;
   std::string value;
 };
 
-/// All settings, in the order of their letters, then of their names.
+/// Returns all settings: first those with letters, in their order, then the others by name.
 std::vector<InForce> settings_in_force();

@@ -31,7 +31,7 @@ void report_missing(const scan_folder& folder) {
   log_plain(text + "\n");
 }
 
-/// At `verboze` 0 nothing is shown and `files_count` keeps counting.
+/// At `verboze` 0 shows nothing and does not reset `files_count`.
 void report_walked(const scan_folder& folder) {
   if (settings.verboze <= 0) return;
   std::cout << "folder " << shown(folder.abs_path)

@@ -14,8 +14,8 @@
 
 namespace {
 
-/// A walk holds a descriptor for every level of folders it is in, and the usual
-/// limit of 1,024 is less than a path can be deep.
+/// A walk holds a descriptor for every level of folders that it is in, and a path can
+/// have more levels than the usual limit of 1,024 descriptors.
 void allow_deep_walks() {
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;

@@ -6,9 +6,9 @@
 
 namespace {
 
-constexpr std::size_t kTableSize = 32;  // of one coefficient, erasure_code.h
+constexpr std::size_t kTableSize = 32;  // bytes for one coefficient, erasure_code.h
 
-/// The coefficients of the repair rows, k a row.
+/// Returns the coefficients of the repair rows, k in each row.
 std::vector<unsigned char> repair_rows(const Code& code) {
   const std::size_t identity = std::size_t{code.k} * code.k;
   std::vector<unsigned char> matrix(identity + std::size_t{code.r} * code.k);
@@ -17,7 +17,7 @@ std::vector<unsigned char> repair_rows(const Code& code) {
   return matrix;
 }
 
-/// What ISA-L multiplies with, made of a matrix.
+/// Returns the tables that ISA-L needs to multiply with a matrix.
 std::vector<unsigned char> tables_of(std::vector<unsigned char>& matrix, std::size_t columns,
                                      std::size_t rows) {
   std::vector<unsigned char> tables(kTableSize * columns * rows);
@@ -25,7 +25,8 @@ std::vector<unsigned char> tables_of(std::vector<unsigned char>& matrix, std::si
   return tables;
 }
 
-/// The positions in `parts` of what came or of what was lost, `most` of them at most.
+/// Returns the positions in `parts` of those that were lost, or of those that came; no more
+/// than `most`.
 std::vector<std::size_t> positions(const std::vector<const unsigned char*>& parts, bool lost,
                                    std::size_t most) {
   std::vector<std::size_t> found;
@@ -74,15 +75,15 @@ std::vector<unsigned char> rebuild_block(const Code& code, std::size_t part_size
   const std::vector<unsigned char> matrix = repair_rows(code);
   const std::size_t n = lost.size();
 
-  // The chosen repair parts, less what the data parts that came have put into
-  // them, are the lost parts times a square part of the matrix.
+  // Take from the chosen repair parts what the data parts that came contributed:
+  // what is left is the lost parts times a square part of the matrix.
   std::vector<unsigned char> square, inverse(n * n);
   for (const std::size_t row : rows) {
     for (const std::size_t column : lost) square.push_back(matrix[row * code.k + column]);
   }
   if (gf_invert_matrix(square.data(), inverse.data(), static_cast<int>(n)) != 0) return {};
 
-  // A lost part as a sum over the data parts that came, then the repair parts.
+  // Each lost part is a sum over the data parts that came and the repair parts.
   std::vector<unsigned char> sums;
   for (std::size_t i = 0; i < n; ++i) {
     for (const std::size_t column : here) {

@@ -1,4 +1,4 @@
-// seal/code.h: repair parts out of a file's parts, and lost parts out of both.
+// seal/code.h: computes repair parts from a file's parts, and lost parts from both.
 //
 // Reed-Solomon over GF(2^8), Cauchy rows; the arithmetic is ISA-L's. A window's
 // parts are laid out by CodeLayout.
@@ -18,8 +18,8 @@
 ///     for each part of it:  encoder.add(bytes, size);
 ///     for each t below encoder.repair_parts():  encoder.repair_part(t) ...
 ///
-/// It holds the repair parts of one window, which take kMaxWindowRepair bytes at
-/// most with a code that choose_code() returned, and no part of the file.
+/// It keeps the repair parts of one window in memory, and no part of the file. With a
+/// code that choose_code() returned they take kMaxWindowRepair bytes at most.
 class WindowEncoder {
  public:
   explicit WindowEncoder(const CodeLayout& layout);
@@ -27,19 +27,20 @@ class WindowEncoder {
   /// Begins with window `window` (0 to layout.windows() - 1) and forgets the last.
   void start(std::uint64_t window);
 
-  /// Takes the window's next part: `size` bytes, layout.part_size() or less for
-  /// the file's last, which counts as filled up with zeros.
+  /// Takes the window's next part. `size` is layout.part_size(), or less for the
+  /// file's last part, which counts as filled up with zeros.
   void add(const unsigned char* bytes, std::size_t size);
 
-  /// How many repair parts the window has: blocks times rows.
+  /// Returns how many repair parts the window has: blocks times rows.
   std::uint64_t repair_parts() const { return blocks_ * rows_; }
 
-  /// Bytes of these parts together; they lie one behind the other. 0 before the
+  /// Returns the bytes of these parts, which lie one behind the other; 0 before the
   /// first start().
   std::uint64_t size() const { return repair_.size(); }
 
-  /// Repair part `t` (from 0) of the window, layout.part_size() bytes, right once
-  /// all parts of the window were added. Valid until the next start().
+  /// Returns repair part `t` (from 0) of the window, which has layout.part_size()
+  /// bytes. Call it when all parts of the window were added. Valid until the next
+  /// start().
   const unsigned char* repair_part(std::uint64_t t) const {
     return repair_.data() + t * part_size_;
   }
@@ -57,9 +58,9 @@ class WindowEncoder {
 
 /// Rebuilds the lost data parts of one block. `data` has one pointer for each
 /// column that the file reaches, `repair` one for each row; each points at
-/// `part_size` bytes, the file's short last part filled up with zeros, or is null
-/// where the part was lost. Returns the lost columns' bytes one behind the other,
-/// in their order; nothing at all where none is lost or more are lost than
+/// `part_size` bytes (the file's short last part filled up with zeros), or is null
+/// if the part was lost. Returns the bytes of the lost columns one behind the other,
+/// in their order. Returns no bytes if no column was lost, or if more were lost than
 /// repair parts came.
 std::vector<unsigned char> rebuild_block(const Code& code, std::size_t part_size,
                                          const std::vector<const unsigned char*>& data,

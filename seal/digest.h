@@ -1,7 +1,7 @@
 // seal/digest.h: BLAKE2b-256 (RFC 7693, no key) of bytes as they come.
 //
 //   ContentDigest digest;
-//   digest.add(bytes, size);                 // as often as there are bytes
+//   digest.add(bytes, size);                 // for each piece
 //   record.b2 = digest.finish();
 #pragma once
 

@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t kKeyDigits = 64;
 using Seed = std::array<unsigned char, 32>;
 
-/// Wipes an object when it goes.
+/// Wipes the object from memory when it is destroyed.
 template <typename T>
 struct Wiped {
   Wiped() = default;
@@ -85,7 +85,8 @@ std::unique_ptr<const SigningKey> SigningKey::read(const std::string& path, std:
     error = path + ": others than its owner may use this key; chmod 600 it";
     return nullptr;
   }
-  Wiped<std::array<char, kKeyDigits + 2>> text;  // a line feed, and one byte too many
+  Wiped<std::array<char, kKeyDigits + 2>>
+      text;  // with a line feed, and a byte to notice longer ones
   const ssize_t got = ::read(file.get(), text.value.data(), text.value.size());
   if (got < 0) {
     error = system_error(path);

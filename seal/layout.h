@@ -1,4 +1,4 @@
-// seal/layout.h: which repair part stands for which parts of the file.
+// seal/layout.h: tells which repair parts protect which parts of the file.
 //
 //   const Code code = choose_code(parts, percent, udata_size);
 //   const auto layout = CodeLayout::of(parts, part_size(udata_size), code);

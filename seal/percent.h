@@ -1,4 +1,4 @@
-// seal/percent.h: names as they stand in a record, any byte in ASCII.
+// seal/percent.h: writes and reads names in a record, any bytes as ASCII.
 #pragma once
 
 #include <string>
@@ -8,6 +8,6 @@
 /// two upper-case hexadecimal digits.
 std::string percent_encode(std::string_view bytes);
 
-/// Reads what percent_encode() wrote. False for any other text, and for one that
-/// stands for a NUL, which is in no file's name; `bytes` is then undefined.
+/// Reads what percent_encode() wrote. Returns false for any other text, and for one with
+/// a NUL, which no file name holds; `bytes` is then undefined.
 bool percent_decode(std::string_view text, std::string& bytes);

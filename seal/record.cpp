@@ -48,10 +48,10 @@ bool printable(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < 127; });
 }
 
-/// Splits `text` at its blanks. False where a field has no key, comes twice, out
-/// of order or behind the signature.
+/// Splits `text` at its blanks. Returns false if a field has no key, comes twice, out of
+/// order or behind the signature.
 bool split(std::string_view text, Values& values) {
-  std::size_t next = kSeal;  // fields before this one have had their turn
+  std::size_t next = kSeal;  // fields before this one may not come any more
   while (true) {
     const std::string_view field = text.substr(0, text.find(' '));
     const std::size_t equals = field.find('=');
@@ -109,8 +109,8 @@ std::string lower_hex(const std::array<unsigned char, N>& bytes) {
   return sodium_bin2hex(text.data(), text.size(), bytes.data(), bytes.size());
 }
 
-/// Reads a whole number that is no larger than `most`. Its one way of writing is
-/// checked by writing it again, here and below.
+/// Reads a whole number up to `most`. A value may be written in one way only, which is
+/// checked, here and below, by writing it again.
 template <typename T>
 bool read_number(std::string_view text, T most, int base, T& value) {
   const char* end = text.data() + text.size();

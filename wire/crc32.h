@@ -6,8 +6,8 @@
 
 #include <string>
 
-/// Runs `len` bytes through the table from `crc` on; no inversion.
+/// Returns the CRC of `len` more bytes, where `crc` is that of the bytes before them.
 unsigned long crc32(unsigned long crc, const unsigned char* data, unsigned int len);
 
-/// JAMCRC of `s`, as the signed number with the same 32 bits.
+/// Returns the JAMCRC of `s`, as the signed number with the same 32 bits.
 int crc32_str(const std::string& s);

@@ -1,5 +1,5 @@
-// wire/wire_format.h: what goes on the wire, for both ends; docs/wire-format.md
-// is the same in prose.
+// wire/wire_format.h: the bytes on the wire, for both ends. docs/wire-format.md
+// describes the same in prose.
 //
 // Three kinds of datagram open with the same 20-byte header. A reader tells
 // them apart in this order: `transfer_id` all ones is a service packet;
