@@ -14,7 +14,7 @@ bool is_open(const TransferRecord& record) {
 
 }  // namespace
 
-/// Without a `header` its record stands in for it.
+/// `header` is null if no header packet came; `record` then takes its place.
 void Receiver::begin(const HeaderPacket* header, TransferRecord record,
                      const std::optional<TransferRecord>& known) {
   const TransferKey key = record.key;
@@ -54,8 +54,8 @@ void Receiver::refuse(TransferRecord record, const std::string& why) {
   settlement_.refuse(std::move(record), why, now_);
 }
 
-/// False as long as the ledger can't be told that what it says of the key is over. Killed
-/// then, the next start would take the new attempt's bytes for those of the old one.
+/// False as long as the ledger can't be told that the old attempt under this key is over. If
+/// we were killed then, the next start would take the new attempt's bytes for the old one's.
 bool Receiver::may_begin(TransferRecord record, const std::optional<TransferRecord>& known) {
   if (records_.is_behind(record.key)) records_.catch_up();
   record.missing = Ranges(1, record.parts).text();
@@ -65,8 +65,8 @@ bool Receiver::may_begin(TransferRecord record, const std::optional<TransferReco
   return may;
 }
 
-/// What is least promising is given up, not the newcomer. Of the places an eighth is left to
-/// other addresses.
+/// Gives up the least promising transfer, not the newcomer. One address may not take the last
+/// eighth of the places.
 void Receiver::make_place(std::uint32_t address) {
   const std::size_t most = settings_.max_transfers;
   while (arrivals_.growing_from(address) >= most - most / 8 || arrivals_.growing() >= most) {

@@ -7,7 +7,7 @@
 
 constexpr char kLedgerName[] = "ledger.sqlite";  ///< in the hidden folder
 
-/// Prints the text as the program's on standard error; returns the exit status `status`.
+/// Prints the program's name and `text` on standard error; returns `status`.
 int fail(int status, const std::string& text);
 
 /// `report`: prints what the ledger holds, or writes the page. Returns the exit status.

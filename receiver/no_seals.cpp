@@ -1,4 +1,4 @@
-// Without the seal's libraries: no seal is known.
+// Built in place of seals.cpp without the seal's libraries. No seal is known.
 #include <utility>
 
 #include "receiver/seals.h"

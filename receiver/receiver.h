@@ -1,5 +1,5 @@
-// receiver/receiver.h: puts datagrams together to files and settles what becomes
-// of each.
+// receiver/receiver.h: puts datagrams together to files, and delivers each file or gives
+// it up.
 //
 // It has no clock of its own: every call says what time it is. A datagram's time is when it
 // was taken in, however long it waited for its turn.
@@ -55,7 +55,7 @@ class Receiver {
   Receiver(const Receiver&) = delete;
   Receiver& operator=(const Receiver&) = delete;
 
-  /// "" when usable; else the text for the user: a file of trusted keys is of no use.
+  /// Returns "" when usable; else a text for the user, as for a bad file of trusted keys.
   const std::string& error() const { return seals_.error(); }
 
   /// Goes on with the transfers that an earlier run left unfinished.
@@ -67,9 +67,9 @@ class Receiver {
   /// Writes what was gathered and delivers what became complete, in that order.
   void end_batch();
 
-  /// What is due by time: progress saved, metrics written, what could not be delivered
-  /// tried again, silence noticed; and unfinished files given up, as of `until`: up to
-  /// then all that came was handed to take(). Call it several times a second.
+  /// Does what is due by time: saves progress, writes metrics, tries again what could not be
+  /// delivered, and notices silence. Also gives up unfinished files, as of the time `until`,
+  /// up to which all that came was handed to take(). Call it several times a second.
   void tick(const Now& now, const Now& until, const IntakeCounts& intake);
 
   /// Writes the metrics file.

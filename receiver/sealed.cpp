@@ -67,8 +67,8 @@ bool Receiver::begin_sealed(const TransferKey& file, const sockaddr_in& from) {
   return arrivals_.find(file) != nullptr;
 }
 
-/// True if the same transfer was delivered before, from any source: what is played back
-/// brings nothing in.
+/// True if the same transfer was delivered before, from any source. A transfer that somebody
+/// plays back must not be delivered again.
 bool Receiver::was_delivered_before(const TransferRecord& record) {
   return ledger_.was_delivered(record.key.id, record.send_time, record.path_crc);
 }
@@ -125,7 +125,7 @@ bool Receiver::settle_sealed(const TransferKey& file) {
   return true;
 }
 
-/// The seal of a file that is settled; the rest of it is not wanted.
+/// Drops the seal of a file that is settled. What still comes of it is ignored.
 void Receiver::drop_seal(const TransferKey& file) {
   const std::optional<TransferKey> key = seals_.seal_of(file);
   seals_.forget(file);

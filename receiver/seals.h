@@ -1,4 +1,4 @@
-// receiver/seals.h: what seals say of files on their way in, and whether it is believed.
+// receiver/seals.h: what seals say about files on their way in, and whether they are believed.
 //
 // A seal comes as a transfer of its own, behind the passes of its file: the record in its
 // header packet, repair parts as its content. Where the seal's libraries are missing no
@@ -24,9 +24,9 @@ struct SealSettings {
 };
 
 enum class Proof {
-  kNone,     ///< parts are missing, or its seal is
+  kNone,     ///< parts or the seal are missing
   kHolds,    ///< every byte is the sender's
-  kDiffers,  ///< other bytes than the sender's
+  kDiffers,  ///< some bytes are not the sender's
 };
 
 class Seals {
@@ -42,30 +42,33 @@ class Seals {
   /// True if nothing is delivered without a seal.
   bool are_required() const;
 
-  /// A header packet of a seal, which is the transfer `seal`. Returns the transfer that it
-  /// seals, or nothing for a record that is not believed; `why` is then a text for the
-  /// user, "" where it was told before.
+  /// Takes a header packet of the transfer `seal`, which is a seal. Returns the transfer that
+  /// it seals, or nothing if its record is not believed; `why` is then a text for the user,
+  /// or "" if that was told before.
   std::optional<TransferKey> take(const HeaderPacket& header, const TransferKey& seal,
                                   const Now& now, std::string& why);
 
   /// True if a record of the file is known.
   bool knows(const TransferKey& file) const;
 
-  /// The transfer whose content repairs `file`; nothing if none does. And back.
+  /// Return the transfer that is the seal of `file`, and the file of a seal; nothing if none
+  /// is known.
   std::optional<TransferKey> seal_of(const TransferKey& file) const;
   std::optional<TransferKey> file_of(const TransferKey& seal) const;
 
-  /// The header packet that the file has, or would have had: for one of which none came.
+  /// Returns the header packet of the file as its seal tells it, for a file of which no header
+  /// packet came.
   HeaderPacket header_of(const TransferKey& file) const;
 
   /// True if the record agrees with what the file's own header packet said.
   bool agrees(const TransferRecord& file) const;
 
-  /// Puts into `file` what the repair parts in `seal` (null: none came) can restore, and if it
-  /// is whole then holds it against the digest.
+  /// Restores parts of `file` with the repair parts in `seal` (null: none came). If the file is
+  /// then whole, compares it with the digest.
   Proof examine(Arrival& file, const Arrival* seal, PartFiles& parts) const;
 
-  /// What the record calls it, with its times; nothing where it leaves the names out.
+  /// Returns the file's names and attributes by the record; nothing if that leaves the names
+  /// out.
   std::optional<SealedAs> sealed_as(const TransferKey& file) const;
 
   /// "digest", or "signed " and the key in hexadecimal.
@@ -75,7 +78,7 @@ class Seals {
   void resume(const TransferKey& file, const std::string& text);
   std::string text_of(const TransferKey& file) const;
 
-  /// The file is settled.
+  /// Forgets the record of a file that is settled.
   void forget(const TransferKey& file);
 
  private:

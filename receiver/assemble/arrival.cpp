@@ -77,7 +77,7 @@ Arrival Arrival::resumed(TransferRecord record, PartFiles& files) {
 }
 
 bool Arrival::take_header(const HeaderPacket& header) {
-  // the ledger does not keep the names as they came: after a restart the next header tells
+  // the ledger does not keep the names off the wire, so after a restart the next header sets them
   const std::size_t names = std::hash<std::string>{}(header.name + '\0' + header.folder);
   if (!names_) names_ = names;
   if (header.size != record_.size || header.udata_size != record_.udata_size ||
@@ -110,7 +110,7 @@ void Arrival::flush() {
   std::vector<iovec>().swap(run_);  // its bytes may be gone when the next call comes
 }
 
-/// A part counts as come once its bytes are in the file, not before.
+/// A part does not count as received before its bytes are in the file.
 bool Arrival::write_run(int fd) {
   const std::uint64_t last = run_first_ + run_.size() - 1;
   if (are_all_missing(run_first_, last)) return write_new(fd, run_, run_first_);  // mostly
@@ -140,7 +140,7 @@ bool Arrival::are_all_missing(std::uint64_t first, std::uint64_t last) const {
   return behind != missing_.all().begin() && std::prev(behind)->second >= last;
 }
 
-/// False if other bytes are stored for it.
+/// Returns false if other bytes are stored for this part.
 bool Arrival::take_known_part(int fd, std::uint64_t part_no, const iovec& bytes) {
   count(record_.repeated_per_pass, 1);
   ++record_.repeated;

@@ -21,19 +21,20 @@
 
 class Arrival {
  public:
-  /// A transfer just announced, whose bytes go to one of `files`, which must outlive it.
-  /// The file is made when the first part is written.
+  /// Begins a transfer whose bytes go to one of `files`, which must outlive it. The file is
+  /// made when the first part is written.
   Arrival(TransferRecord record, PartFiles& files);
 
-  /// One that an earlier run began: record.missing holds what has not come.
+  /// Goes on with a transfer that an earlier run began. record.missing holds the parts that
+  /// have not come.
   static Arrival resumed(TransferRecord record, PartFiles& files);
 
-  /// A header packet of the transfer, the first one included: false if it says
-  /// something else than the first.
+  /// Takes a header packet of the transfer, the first one included. Returns false if it
+  /// differs from the first one.
   bool take_header(const HeaderPacket& header);
 
-  /// Gathers a part; false, and nothing done, if it does not fit the file. The last one
-  /// missing is written at once: is_complete() then tells.
+  /// Gathers a part. Returns false, with nothing done, if it does not fit the file. The last
+  /// missing part is written at once, so that is_complete() becomes true.
   bool take_part(const DataPacket& packet);
 
   /// Writes what was gathered. What can't be written stays missing, for a later pass:
@@ -45,22 +46,22 @@ class Arrival {
   /// True if a header packet of its own came in this run.
   bool was_announced() const { return names_.has_value(); }
 
-  /// Part numbers that have not come.
+  /// Returns the numbers of the parts that have not come.
   const Ranges& missing() const { return missing_; }
 
-  /// These parts, all of them missing, were written without having come.
+  /// Notes that these parts, all of them missing, were rebuilt and written.
   void note_rebuilt(const std::vector<std::uint64_t>& parts);
 
-  /// Notes the seal's record that is believed.
+  /// Notes the text of the seal's record, which is believed.
   void note_seal(const std::string& text) { record_.seal = text; }
 
-  /// Notes that the content is proved, and how.
+  /// Notes how the content was proved.
   void note_proof(const std::string& proof) { record_.proof = proof; }
 
-  /// The record as it stands, with what is missing.
+  /// Returns the present record, missing parts included.
   TransferRecord record() const;
 
-  /// The same without working out what is missing: for its counts and names.
+  /// Returns the present record without `missing`, which takes time to work out.
   const TransferRecord& counts() const { return record_; }
   const TransferKey& key() const { return record_.key; }
 
@@ -69,17 +70,18 @@ class Arrival {
     last_seen_ = now.monotonic;
     record_.last_packet = now.real;
   }
-  /// The same of an earlier run, as a monotonic time (s) here.
+  /// Sets when the last packet came in an earlier run, as a monotonic time (s) of this run.
   void seen_before(double monotonic) { last_seen_ = monotonic; }
   double last_seen() const { return last_seen_; }
 
-  /// Notes where it is to lie and how it stands, as Settlement's attempts found it.
+  /// Takes over the record as an attempt of Settlement left it.
   void note_attempt(const TransferRecord& attempted);
 
-  /// Parts missing among those up to the highest that came.
+  /// Returns how many parts are missing below the highest one that came.
   std::uint64_t holes() const { return missing_.count() - (record_.parts - highest_); }
 
-  /// Parts that came and could not be written, and errno of the last failure (0: none).
+  /// Return how many parts came and could not be written, and the errno of the last failure
+  /// (0: none).
   std::uint64_t failed_parts() const { return failed_parts_; }
   int write_error() const { return error_; }
 
@@ -93,7 +95,7 @@ class Arrival {
   bool take_known_part(int fd, std::uint64_t part_no, const iovec& bytes);
   void count(std::vector<std::uint64_t>& per_pass, std::uint64_t parts);
 
-  TransferRecord record_;  ///< but for what is missing
+  TransferRecord record_;  ///< all but its `missing`
   PartFiles* files_;
   Ranges missing_;
   std::optional<std::size_t> names_;  ///< a hash of name and folder off the wire
@@ -104,10 +106,10 @@ class Arrival {
   double last_seen_ = 0;
   std::size_t pass_ = 0;
   std::uint64_t highest_in_pass_ = 0;
-  std::uint64_t highest_ = 0;  ///< part that came in any pass
+  std::uint64_t highest_ = 0;  ///< highest part that came in any pass
 };
 
-/// The record that a header packet begins, which came from `source` at `now` (since 1970,
-/// s). Names are converted to `charset`.
+/// Returns the record of a transfer whose first header packet came from `source` at `now`
+/// (s since 1970). Names are converted to `charset`.
 TransferRecord begin_record(const HeaderPacket& header, const TransferKey& key,
                             const std::string& charset, const std::string& source, double now);

@@ -1,6 +1,6 @@
-// receiver/assemble/arrivals.h: all files on their way in: those that still grow, in the
-// order of their last packets, and those set aside, which only wait for a disk that takes
-// them. Nothing here looks through all of them.
+// receiver/assemble/arrivals.h: all files on their way in. Some still grow, in the order of
+// their last packets; others were set aside until the disk takes them. No call looks through
+// all of them.
 #pragma once
 
 #include <cstddef>
@@ -15,59 +15,61 @@
 #include "receiver/base/now.h"
 #include "receiver/base/transfer_key.h"
 
-/// Over many arrivals.
+/// Sums over many arrivals.
 struct ArrivalSums {
   std::uint64_t missing = 0;    ///< parts
   std::uint64_t repeated = 0;   ///< parts
   std::uint64_t differing = 0;  ///< parts
   std::uint64_t failed = 0;     ///< parts that could not be written
-  std::uint64_t promised = 0;   ///< bytes still to come, but of each file no more than came
+  std::uint64_t promised = 0;   ///< bytes still to come, for each file no more than have come
 };
 
 class Arrivals {
  public:
-  /// None under this key: nullptr. It stays valid until the arrival is erased.
+  /// Returns nullptr if there is none under this key. The pointer stays valid until the
+  /// arrival is erased.
   Arrival* find(const TransferKey& key);
 
-  /// Takes it, as one that a packet came for just now. There must be none under its key.
+  /// Adds an arrival for which a packet has just come. There must be none under its key.
   Arrival& add(Arrival arrival);
 
   void erase(const TransferKey& key);
 
-  /// A packet came for it at `now`, and it was flushed: it is the last to be given up.
+  /// Notes that a packet came for it at `now` and that it was flushed. It is then the last
+  /// to be given up.
   void note_packet(Arrival& arrival, const Now& now);
 
-  /// Brings the sums up to date with it.
+  /// Brings the sums up to date after the arrival has changed.
   void update(const Arrival& arrival);
 
-  /// The growing ones, and of these the one that was silent for longest; nullptr: none.
+  /// Return how many grow, and which of these was silent for longest (nullptr if none grow).
   std::size_t growing() const { return growing_.size(); }
   Arrival* most_silent() { return growing_.empty() ? nullptr : &growing_.front().arrival; }
 
-  /// How many of those grow whose packets come from the IPv4 `address` (host byte order),
-  /// and which of them was silent for longest.
+  /// Return the same for those whose packets come from the IPv4 `address` (host byte order).
   std::size_t growing_from(std::uint32_t address) const;
   Arrival* most_silent_from(std::uint32_t address);
 
-  /// Sets it aside until `due` (monotonic, s), behind those that are. A packet for one
-  /// that is not complete brings it back.
+  /// Sets the arrival aside until `due` (monotonic, s), behind those set aside before. If it
+  /// is not complete, a packet for it brings it back.
   void set_aside(Arrival& arrival, double due);
   bool is_aside(const TransferKey& key) const;
   std::size_t aside() const { return aside_.size(); }
-  /// The first of them, if it is due at `now` (monotonic, s) or earlier; else nullptr.
+  /// Returns the first one set aside if it is due at `now` (monotonic, s); else nullptr.
   Arrival* due(double now);
 
-  /// The records of up to `most` with changes that no call returned yet. Those of which
-  /// nothing but a header packet came are left out: the next one begins them anew.
+  /// Returns the records of up to `most` arrivals that have changed since a call returned
+  /// them. Those of which only header packets came are left out, since the next header
+  /// packet begins them anew.
   std::vector<TransferRecord> changed(std::size_t most);
   bool has_changes() const { return !unsaved_.empty(); }
-  /// The changes that `records` hold were not saved: returns them again.
+  /// Tells that `records` could not be saved, so that changed() returns them again.
   void not_saved(const std::vector<TransferRecord>& records);
-  /// All are to be saved again: what was saved is gone.
+  /// Has all of them saved again, since what was saved is gone.
   void all_changed();
 
-  /// `missing` and `promised` are of those that are here, the other sums of all that ever
-  /// were.
+  /// Returns the sums. `missing` and `promised` cover the present arrivals, the other sums
+  /// all that there ever were.
   const ArrivalSums& sums() const { return sums_; }
 
  private:

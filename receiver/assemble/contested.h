@@ -1,5 +1,5 @@
 // receiver/assemble/contested.h: keys under which two files came at once, so that nobody
-// can tell whose part a part is.
+// can tell to which of them a part belongs.
 #pragma once
 
 #include <cstddef>

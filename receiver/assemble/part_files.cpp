@@ -20,7 +20,7 @@ bool is_out_of_descriptors(int error) { return error == EMFILE || error == ENFIL
 
 PartFiles::PartFiles(Fd folder) : folder_(std::move(folder)) { fill_reserve(); }
 
-/// Duplicates need no path that a sandbox may forbid.
+/// Uses duplicates, since the sandbox may forbid to open a path.
 void PartFiles::fill_reserve() {
   while (reserve_.size() < kReserved) {
     Fd spare(fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0));
@@ -53,7 +53,7 @@ int PartFiles::keep_open(const TransferKey& key, bool make) {
 Fd PartFiles::open_file(const TransferKey& key, int flags) const {
   const std::string name = key_text(key);
   Fd file = open_own(folder_.get(), name, O_RDWR);
-  // a delivery that failed left the permissions of the finished file
+  // a failed delivery has already set the permissions of the finished file
   if (!file && errno == EACCES && fchmodat(folder_.get(), name.c_str(), 0600, 0) == 0)
     file = open_own(folder_.get(), name, O_RDWR);
   if (file || errno != ENOENT || flags == 0) return file;
@@ -73,7 +73,7 @@ void PartFiles::close(const TransferKey& key) {
 
 void PartFiles::drop(const TransferKey& key) {
   close(key);
-  (void)unlinkat(folder_.get(), key_text(key).c_str(), 0);  // none is as good
+  (void)unlinkat(folder_.get(), key_text(key).c_str(), 0);  // there may be no such file
 }
 
 std::vector<TransferKey> PartFiles::left() const {

@@ -1,6 +1,6 @@
 // receiver/assemble/part_files.h: the files that grow in the hidden folder until they are
-// whole, one for each transfer. A transfer at rest holds no descriptor: a few files that
-// were used last stay open, so the number of transfers is no matter of descriptors.
+// whole, one for each transfer. Only the few that were used last stay open, so the number
+// of transfers is not limited by descriptors.
 #pragma once
 
 #include <cstddef>
@@ -15,42 +15,41 @@
 class PartFiles {
  public:
   static constexpr std::size_t kMostOpen = 64;
-  static constexpr std::size_t kReserved = 4;  ///< a part, two folders, a copy or a note
+  static constexpr std::size_t kReserved = 4;  ///< for a part, two folders, and a copy or a note
 
   PartFiles() = default;
-  /// The growing files in the open `folder`.
+  /// Keeps the growing files in the open `folder`.
   explicit PartFiles(Fd folder);
 
-  /// The file of the transfer, made empty where there is none, for reading and writing.
-  /// It stays open until the next call. -1 on failure, errno set. Where the process may
-  /// open no more, others are closed.
+  /// Opens the transfer's file for reading and writing; makes an empty one if there is none.
+  /// It stays open until the next call. Returns the descriptor, or -1 with errno set. Closes
+  /// others if the process may not open any more.
   int open(const TransferKey& key);
 
-  /// The same, but makes none: ENOENT.
+  /// Like open(), but makes no file: returns -1 with ENOENT if there is none.
   int open_left(const TransferKey& key);
 
-  /// True if there is one, open or not.
+  /// True if the transfer has a file, open or not.
   bool has(const TransferKey& key) const;
 
-  /// Closes the file, as before another name is given to it.
+  /// Closes the file. Call it before the file gets another name.
   void close(const TransferKey& key);
 
   /// Deletes the file; nothing happens if there is none.
   void drop(const TransferKey& key);
 
-  /// The transfers whose files an earlier run left behind.
+  /// Returns the transfers whose files an earlier run left behind.
   std::vector<TransferKey> left() const;
 
-  /// Takes over a file that a version left which named it after the id alone. False if
-  /// there is none.
+  /// Takes over the file of an earlier version, which named it after the id alone. Returns
+  /// false if there is none.
   bool adopt(const TransferKey& key) const;
 
   /// The open folder.
   int folder() const { return folder_.get(); }
 
-  /// Descriptors that are kept for a delivery, so that a whole file never waits for one
-  /// that others hold. They are free as long as this lasts, and so are all but the file
-  /// opened last.
+  /// Frees the descriptors that are reserved for a delivery, so that it never fails for want
+  /// of one. While it lives, the files but the one opened last may be closed, too.
   class Reserve {
    public:
     explicit Reserve(PartFiles& files) : files_(files) { files_.reserve_.clear(); }

@@ -15,7 +15,7 @@
 /// oldest of the transfer that was silent for longest first. Times are monotonic, s.
 class Stash {
  public:
-  /// Takes at most `most` bytes, what keeping them costs included.
+  /// Keeps at most `most` bytes of memory in use, its own bookkeeping included.
   explicit Stash(std::size_t most) : most_(most) {}
 
   struct Part {

@@ -13,7 +13,7 @@ ByteRanges missing_bytes(const TransferRecord& record) {
   const std::uint64_t part = part_size(record.udata_size);
   const std::uint64_t count = part_count(record.size, record.udata_size);
   for (const auto& [first, last] : parts->all()) {
-    if (first == 0 || first > count) continue;  // no part of this file
+    if (first == 0 || first > count) continue;  // the file has no such part
     ranges.emplace_back((first - 1) * part, last >= count ? record.size - 1 : last * part - 1);
   }
   return ranges;

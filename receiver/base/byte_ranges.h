@@ -11,10 +11,10 @@
 
 using ByteRanges = std::vector<std::pair<std::uint64_t, std::uint64_t>>;  ///< first, last
 
-/// The bytes of the parts in `record.missing`, in the file's order. Parts that the
+/// Returns the bytes of the parts in `record.missing`, in the file's order. Parts that the
 /// file can't have are left out.
 ByteRanges missing_bytes(const TransferRecord& record);
 
-/// "0-1379, 2760-4139"; of more than `most` ranges these, and how many are left:
-/// "0-1379, ... 7 more".
+/// Returns "0-1379, 2760-4139". If there are more than `most` ranges, only the first `most`
+/// are listed, with the number of the others: "0-1379, ... 7 more".
 std::string ranges_text(const ByteRanges& ranges, std::size_t most = SIZE_MAX);

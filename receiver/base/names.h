@@ -15,10 +15,10 @@
 #include <vector>
 
 /// The folder inside the receiving folder that holds the receiver's own files.
-/// Names that begin so are the receiver's alone.
+/// Names that begin like this are reserved for the receiver.
 constexpr char kHiddenFolder[] = ".tarnwick";
 
-/// `text` of the wire's code page (cp1251) in `charset`. A byte that has no
+/// Converts `text` from the wire's code page (cp1251) to `charset`. A byte that has no
 /// meaning there (0x98), or no character in `charset`, comes out as "%XX" of
 /// the wire's byte; so does an escape-like "%". If is_charset(charset) is false
 /// all other bytes stay as they are, and in cp1251 itself, 0x98 too.
@@ -35,7 +35,7 @@ std::string safe_name(const std::string& name);
 /// (a leading "/" with them), each by safe_name().
 std::vector<std::string> safe_folders(const std::string& path);
 
-/// "a/b/" of the folders "a" and "b"; "" of none.
+/// Returns "a/b/" for the folders "a" and "b"; "" for no folders.
 std::string joined_path(const std::vector<std::string>& folders);
 
 /// `name` with `suffix` before its extension (from the last ".", at most 32
@@ -44,8 +44,8 @@ std::string joined_path(const std::vector<std::string>& folders);
 std::string with_suffix(const std::string& name, const std::string& suffix,
                         std::size_t limit = NAME_MAX);
 
-/// `name`; when longer than `limit` bytes, cut, with "~" and its CRC-32 in
-/// eight upper-case hexadecimal digits as the suffix.
+/// Returns `name`. A name longer than `limit` bytes is cut and gets "~" and its CRC-32 in
+/// eight upper-case hexadecimal digits as a suffix.
 std::string fit_name(const std::string& name, std::size_t limit = NAME_MAX);
 
 /// True if names can be converted to `charset`: the system knows it, and "/",

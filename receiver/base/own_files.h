@@ -15,16 +15,16 @@
 /// Invalid on failure; then `error` is a text for the user.
 Fd open_folder(const std::string& path, bool create, std::string& error);
 
-/// "", or why the open `folder` may hold what others put there: it belongs to another
-/// user, or its group or all may write to it.
+/// Returns "", or why others may have put files into the open `folder`: it belongs to
+/// another user, or its group or everybody may write to it.
 std::string why_not_private(int folder);
 
-/// "", or why `name` in `folder` is not for us to write: it is there, but is no regular
-/// file, has another owner or a second name.
+/// Returns "", or why we must not write to `name` in `folder`: it exists, but is not a
+/// regular file, has another owner or has a second name.
 std::string why_not_ours(int folder, const std::string& name);
 
 /// The regular file `name` in `folder`, opened with `flags` (no O_CREAT). Invalid on
-/// failure, errno set: ELOOP for a link, EPERM for what is no regular file.
+/// failure, errno set: ELOOP for a link, EPERM for anything else but a regular file.
 Fd open_own(int folder, const std::string& name, int flags);
 
 /// `path` taken apart: the folder ("." or "/" where it names none), and the rest.
@@ -34,8 +34,8 @@ struct SplitPath {
 };
 SplitPath split_path(const std::string& path);
 
-/// Owns a new file that must not last should anything fail: it goes with its owner
-/// unless it has been renamed by then.
+/// Owns a new file that must not stay if anything fails. The destructor deletes it unless
+/// it was renamed.
 class Temporary {
  public:
   /// Makes the file in `folder`, which stays open as long as this lasts, with `mode`
@@ -60,6 +60,7 @@ class Temporary {
 bool replace_file(int folder, const std::string& name, const std::string& temporary, mode_t mode,
                   const std::string& text);
 
-/// The same for the file `path`, which lies in `folder`, by way of `path`.tmp. "" or a text
-/// for the user on failure; what is there and is no regular file stays.
+/// Writes `text` in the same way to the file `path`, which lies in `folder`, by way of
+/// `path`.tmp. Returns "" or, on failure, a text for the user. Fails if `path` exists and is
+/// not a regular file.
 std::string write_text(int folder, const std::string& path, const std::string& text);

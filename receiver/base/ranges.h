@@ -29,8 +29,8 @@ class Ranges {
   /// "1-5,9,12-20"; "" for the empty set.
   std::string text() const;
 
-  /// The set that text() returned this text for; nothing for any other text, nor for all
-  /// numbers there are, which count() could not tell.
+  /// Returns the set for which text() returned this text. Returns nothing for any other
+  /// text, and for the set of all 64-bit numbers, which count() could not count.
   static std::optional<Ranges> parse(const std::string& text);
 
  private:

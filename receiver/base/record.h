@@ -1,5 +1,5 @@
-// receiver/base/record.h: what is known of a transfer, and of the files that the sender
-// noted in its journal.
+// receiver/base/record.h: what is known about a transfer, and about the files that the
+// sender noted in its journal.
 #pragma once
 
 #include <cstddef>
@@ -47,16 +47,16 @@ struct TransferRecord {
   std::string why;             ///< of a refusal, a wait or an incomplete delivery
   std::string delivered_to;    ///< path on this side
   std::string asked_for;       ///< path below the receiving folder that the header asked for
-  std::string lies_at;         ///< the same that it got, or is about to get; "" for a journal
+  std::string lies_at;         ///< path below it that it got, or will get; "" for a journal
   bool collided = false;       ///< numbered: its name was taken by a file of another path
-  std::uint64_t repaired = 0;  ///< of the received parts: rebuilt out of the seal's
+  std::uint64_t repaired = 0;  ///< how many received parts were rebuilt from the seal's
   std::string seal;            ///< text of the seal's record that is believed; "" without one
   std::string proof;  ///< that every byte is the sender's: "", "digest" or "signed " and a key
 };
 
-/// Stands for what the header packet of the transfer said: two header packets that differ
-/// have different ones (of 64 bits: no defence against somebody who wants them alike).
-/// Kept in ledgers, so it must stay as it is.
+/// Returns a 64-bit hash of what the transfer's header packet said, to tell different header
+/// packets apart. It is no defence against somebody who forges two with the same hash.
+/// Ledgers hold it, so it must never change.
 std::uint64_t header_print(const TransferRecord& record);
 
 /// One line of a sender's trash journal.
@@ -68,8 +68,8 @@ struct JournalEntry {
   std::uint32_t address = 0;  ///< the sender's, IPv4 in host byte order; 0: not known
 };
 
-/// A file of a journal and what became of it here.
+/// A file of a journal, and its transfer here.
 struct JournalMatch {
   JournalEntry entry;
-  std::optional<TransferRecord> transfer;  ///< none: it never arrived
+  std::optional<TransferRecord> transfer;  ///< empty if the file never arrived
 };

@@ -31,19 +31,19 @@ struct std::hash<TransferKey> {
   }
 };
 
-/// The key of the transfer `id` that comes from `from`; by the id alone where the source
-/// is to be ignored.
+/// Returns the key of the transfer `id` that comes from `from`; with `ignore_source`, a key
+/// with the id alone.
 TransferKey transfer_key(std::uint64_t id, const sockaddr_in& from, bool ignore_source);
 
 /// "0000000000000003-7F000001-D431": id, address and port in upper-case hexadecimal.
 std::string key_text(const TransferKey& key);
 
-/// What key_text() returned; nothing for anything else.
+/// Reads what key_text() returned; returns nothing for any other text.
 std::optional<TransferKey> parse_key(const std::string& text);
 
 /// "127.0.0.1:54321"
 std::string source_text(std::uint32_t address, std::uint16_t port);
 
-/// The key of the transfer `id` from what source_text() returned; address and port are 0
-/// for anything else.
+/// Returns the key of the transfer `id` and the source that source_text() wrote; address and
+/// port are 0 for any other text.
 TransferKey key_from(std::uint64_t id, const std::string& source);

@@ -6,13 +6,13 @@
 #include <string>
 #include <string_view>
 
-/// A well-formed character; 0 bytes: there is none.
+/// A well-formed character; `bytes` is 0 if there is none.
 struct Utf8Char {
   std::size_t bytes = 0;
   char32_t code = 0;
 };
 
-/// The character that `text` begins with.
+/// Returns the first character of `text`.
 inline Utf8Char utf8_at(std::string_view text) {
   if (text.empty()) return {};
   const unsigned lead = static_cast<unsigned char>(text[0]);
@@ -48,8 +48,8 @@ inline bool is_control(char32_t code) {
          code == 0x200F || (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
 }
 
-/// `text` for a terminal: of control characters and of what is no UTF-8 each byte
-/// becomes "\x" and two digits; "\" becomes "\\".
+/// Returns `text` for a terminal: each byte of a control character, and each byte that is not
+/// valid UTF-8, becomes "\x" and two digits; "\" becomes "\\".
 inline std::string printable(std::string_view text) {
   std::string shown;
   while (!text.empty()) {

@@ -1,4 +1,4 @@
-// receiver/check/check.h: what will go wrong with these options, told before anything comes.
+// receiver/check/check.h: tells what will go wrong with these options, before anything comes.
 // Nothing is created, changed or locked.
 #pragma once
 
@@ -14,15 +14,15 @@ void check_line(const Options& options, Findings& findings);
 /// Findings about folders, files, rights, room and the clock.
 void check_place(const Options& options, Findings& findings);
 
-/// `check`: prints what there is to say. Returns the exit status: 0 nothing, 1 warnings,
-/// 2 it would not run.
+/// `check`: prints the findings. Returns the exit status: 0 without warnings, 1 with warnings,
+/// 2 if the receiver would not run.
 int run_check(const Options& options);
 
-/// Milliseconds for which a buffer of `bytes` holds what comes at `rate` Mbit/s of
-/// 1,048,576 bits.
+/// Returns the milliseconds for which a buffer of `bytes` holds what comes at `rate` (Mbit/s of
+/// 1,048,576 bits).
 double milliseconds_held(double bytes, double rate);
 
-/// Bytes of fragments that wait for others that were lost, at `rate` Mbit/s of 1,048,576
-/// bits: of datagrams of `size` bytes in frames of 1,500 where one in a hundred is lost and
-/// the kernel waits `seconds`.
+/// Returns the bytes of fragments that wait for lost ones, at `rate` (Mbit/s of 1,048,576
+/// bits), if datagrams of `size` bytes come in frames of 1,500 bytes, one frame in a hundred
+/// is lost, and the kernel waits `seconds` for the missing fragments.
 double fragments_waiting(double rate, int size, double seconds);

@@ -1,4 +1,4 @@
-// receiver/deliver/boot.h: has the machine been started anew since the last run?
+// receiver/deliver/boot.h: tells whether the machine was restarted since the last run.
 #pragma once
 
 /// True if the file "boot_id" in the open `folder` names the present boot (proc(5),
@@ -6,6 +6,6 @@
 /// file without syncing it is still there.
 bool is_same_boot(int folder);
 
-/// Writes the present boot to that file: only when nothing of an earlier boot is left
-/// that may not be trusted. Should it fail, the next run takes the boot for another.
+/// Writes the id of the present boot to that file. Call it only when no untrusted bytes of an
+/// earlier boot are left. If it fails, the next run takes this boot for another one.
 void note_boot(int folder);

@@ -16,5 +16,5 @@ Fd open_beneath(int folder, const std::string& path);
 /// umask, and then `folder` is synced if `sync`. Invalid on failure, errno set.
 Fd enter(int folder, const char* name, mode_t mode, bool sync);
 
-/// False on failure. Some file systems have nothing to sync in a folder.
+/// Returns false on failure. File systems that can't sync a folder count as success.
 bool sync_folder(int folder);

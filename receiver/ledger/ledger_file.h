@@ -16,13 +16,14 @@ struct LedgerPlace {
 /// What the name of a ledger ends with while it is made anew beside a damaged one.
 constexpr char kAnew[] = ".anew";
 
-/// Where no file has the ledger's name, and the one made anew is there without a log, and so
-/// whole, that one gets the name: a run was killed when the damaged one had been set aside.
+/// Finishes the mending of a run that was killed after it had set the damaged ledger aside.
+/// If no file has the ledger's name, and the new one has no log beside it and so is whole,
+/// the new one gets the name.
 void finish_mending(const LedgerPlace& place);
 
 /// Opens the file for writing, with the ledger's tables in it; creates what is missing.
-/// The folder must outlive the connection. On failure `error` is a text for the user,
-/// otherwise "", and what it returns is of no use, or null.
+/// The folder must outlive the connection. `error` becomes "", or a text for the user on
+/// failure; the connection returned must then not be used, and may be null.
 ///
 /// The file and those that SQLite keeps beside it must be ours (why_not_ours()).
 Db open_ledger_file(const LedgerPlace& place, std::string& error);

@@ -40,8 +40,8 @@ bool begins_well(sqlite3* db) {
           std::string_view(bytes.data(), bytes.size()) == kMagic);
 }
 
-/// Copies what can be read, from the front and then from the end up to what is damaged.
-/// False if that is not all, or the new one can't be written.
+/// Copies the rows that can be read, from the front and then from the end, up to the damaged
+/// ones. Returns false if that is not all, or if the new ledger can't be written.
 bool copy_table(sqlite3* from, sqlite3* to, const std::string& table, const std::string& key) {
   for (const char* order : {"", " DESC"}) {
     std::string select = "SELECT * FROM ";

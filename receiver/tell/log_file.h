@@ -9,7 +9,7 @@
 class LogFile {
  public:
   /// Opens `path` to append to it, or makes it (0666 less the umask). On failure error()
-  /// tells: its folder is missing, or it is no regular file of this user's.
+  /// tells: its folder is missing, or it is not a regular file of this user.
   explicit LogFile(const std::string& path);
 
   const std::string& error() const { return error_; }

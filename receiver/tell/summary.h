@@ -33,7 +33,7 @@ struct Totals {
   std::string text() const;
 };
 
-/// Parts and losses of one transfer's first pass; 0 of 0 where they can't be told.
+/// Parts and losses of one transfer's first pass; both are 0 if they are unknown.
 struct FirstPass {
   std::uint64_t parts = 0;
   std::uint64_t lost = 0;
