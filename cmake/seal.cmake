@@ -1,5 +1,5 @@
-# The seal's library, where what it stands on is installed; else everything is built
-# without it. Neither of the two comes with a package file for CMake.
+# The library of the seal, built if ISA-L and libsodium are installed; else everything is
+# built without it. Neither of them comes with a package file for CMake.
 option(TARNWICK_SEAL "Build the seal where its libraries are installed" ON)
 if(NOT TARNWICK_SEAL)
   return()

@@ -13,13 +13,13 @@ set(BIN ${CMAKE_INSTALL_FULL_BINDIR})
 set(ETC ${etc})
 set(LIBEXEC ${CMAKE_INSTALL_FULL_LIBEXECDIR}/tarnwick)
 
-# The unit SOURCE.in under the name UNIT.
+# Installs the unit SOURCE.in under the name UNIT.
 function(tarnwick_unit SOURCE UNIT)
   configure_file(systemd/${SOURCE}.in ${UNIT} @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${UNIT} DESTINATION ${TARNWICK_UNIT_DIR})
 endfunction()
 
-# The file SOURCE as TARGET below the folder of configuration; one that is there stays.
+# Installs the file SOURCE as TARGET below the configuration folder; an existing file stays.
 function(tarnwick_configuration SOURCE TARGET)
   set(at "${etc}/${TARGET}")
   get_filename_component(folder ${at} DIRECTORY)

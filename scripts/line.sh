@@ -62,8 +62,8 @@ stop_receiver() { # [signal]
   wait $receiver || [ -n "${1:-}" ]
 }
 
-# Of the files in folder $1 that the sender sent from $PWD/out: sets `arrived` whole, `named`
-# as not arrived by the receiver's report, `neither`, and `wrong`, here with other bytes.
+# Counts the files in folder $1 that the sender sent from $PWD/out: sets `arrived` (whole),
+# `named` (as not arrived, by the receiver's report), `neither`, and `wrong` (other bytes).
 count_arrived() {
   local file name
   arrived=0 named=0 neither=0 wrong=0
