@@ -1,8 +1,8 @@
 // receiver/signals.h: what the operator asks of a running receiver by signals.
 #pragma once
 
-/// From here on the signals are noted, for the functions below; SIGPIPE is ignored: a
-/// reader that goes away costs the text only.
+/// From here on notes the signals for the functions below, and ignores SIGPIPE: if a reader
+/// goes away, only the text is lost.
 void note_signals();
 
 /// SIGTERM or SIGINT came: end in order.

@@ -8,10 +8,11 @@
 /// something is in the way.
 bool rename_to(int from, const char* old, int folder, const std::string& name, bool replace);
 
-/// `name` with the first number that is free in `folder`, or near it: "a (1).txt".
+/// Returns `name` with a number that is free in `folder`, the first one or close to it:
+/// "a (1).txt".
 std::string free_name(int folder, const std::string& name);
 
 /// Copies all of the file `from` into the empty file `to`; moves the offsets of
-/// both. Holes stay holes: a huge file of which little came must not fill a disk.
-/// False on failure, errno set.
+/// both. Holes stay holes, since a huge file of which little came must not fill a
+/// disk. Returns false on failure, errno set.
 bool copy_contents(int from, int to);

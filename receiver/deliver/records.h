@@ -2,9 +2,9 @@
 // for it. While another process has the ledger locked, or its disk is full, what became of
 // transfers waits in memory and is written as soon as that is possible.
 //
-// What a kill costs meanwhile: a file delivered is in no record, or in one that says it is
-// still being received. The next start then calls it incomplete ("its bytes are gone"), and a
-// later pass delivers it once more.
+// If the receiver is killed meanwhile, a delivered file is in no record, or in one that says it
+// is still being received. The next start then calls it incomplete ("its bytes are gone"), and
+// a later pass delivers it once more.
 #pragma once
 
 #include <cstddef>
@@ -38,8 +38,8 @@ class Records {
   /// Writes what waits, as far as that is possible. To be called often.
   void catch_up();
 
-  /// True if a record of a transfer under `key` waits: what the ledger says of the key is
-  /// not how things stand.
+  /// True if a record of a transfer under `key` waits, so that the ledger's record of the key
+  /// is out of date.
   bool is_behind(const TransferKey& key) const { return by_key_.count(key) != 0; }
 
   /// As of the ledger (ledger.h), but with what waits.
@@ -47,8 +47,8 @@ class Records {
   std::optional<Origin> owner_of(const std::string& lies_at);
   std::string place_of(const std::string& asked_for, const Origin& origin);
 
-  /// False if one of the two above could not be told for certain since the last call, or
-  /// what was delivered in this run is no longer known in full.
+  /// False if an answer of the two functions above was uncertain since the last call, or if
+  /// deliveries of this run are no longer all known.
   bool were_certain();
 
   /// Records that wait, and those that were given up because too many did.

@@ -126,9 +126,8 @@ void Settlement::intend(TransferRecord& record, const std::string& lies_at, bool
   (void)records_.save(record);  // else a kill right now has it called incomplete
 }
 
-/// What one path brought is never replaced by another path's file, so a name is used only
-/// where what lies there is known to be this path's, or is in no record. Where the ledger
-/// can't tell, nothing is replaced.
+/// A file of another path is never replaced. An existing file is replaced only if it is known
+/// to come from this path, or is in no record. If the ledger can't tell, nothing is replaced.
 Settlement::Naming Settlement::name_for(const TransferRecord& record,
                                         const std::vector<std::string>& folders,
                                         const std::string& wanted) {
@@ -150,7 +149,7 @@ Settlement::Naming Settlement::name_for(const TransferRecord& record,
   return naming;
 }
 
-/// Reads on in it. "", or why its entries can't be kept now.
+/// Reads more of the journal. Returns "", or why its entries can't be kept now.
 std::string Settlement::read_journal_of(const TransferRecord& record, bool& is_read) {
   const int fd = store_.parts().open_left(record.key);
   if (fd < 0) return std::strerror(errno);

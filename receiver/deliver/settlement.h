@@ -15,12 +15,12 @@
 #include "receiver/tell/events.h"
 #include "receiver/tell/metrics.h"
 
-/// What became of an attempt to settle a transfer.
+/// The result of an attempt to settle a transfer.
 enum class Settled {
   kDelivered,
   kGivenUp,
-  kNotYet,  ///< the disk did not take it: to be tried again
-  kGoesOn,  ///< a part of the work is done: to be called again after a rest
+  kNotYet,  ///< the disk did not take it; try again
+  kGoesOn,  ///< a part of the work is done; call again after a rest
 };
 
 class Settlement {
@@ -36,16 +36,16 @@ class Settlement {
         metrics_(metrics),
         drop_incomplete_(drop_incomplete) {}
 
-  /// Delivers a complete one. Where that is not possible now the arrival is noted as
-  /// waiting, with the reason, and stays; where it never will be it is given up.
-  /// `sealed` is what its seal says that it is, where that counts.
+  /// Delivers a complete arrival. If that is not possible now, notes it as waiting, with the
+  /// reason, and keeps it; if it never will be, gives it up. `sealed` holds the names and
+  /// attributes by its seal, if these are to be used.
   Settled deliver(Arrival& arrival, const Now& now, const std::optional<SealedAs>& sealed = {});
 
   /// Notes that a complete one waits, and why; returns kNotYet.
   Settled wait(Arrival& arrival, const std::string& why);
 
-  /// Keeps what came, or drops it, and reports it; a later pass begins it anew. kNotYet:
-  /// there is no room to keep it, and nothing was done.
+  /// Keeps the parts that came, or drops them, and reports the transfer; a later pass begins
+  /// it anew. Returns kNotYet, with nothing done, if there is no room to keep them.
   Settled give_up(Arrival& arrival, const std::string& why, const Now& now);
 
   /// Reports a transfer of which nothing can be used: incomplete, so that a later pass

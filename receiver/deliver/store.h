@@ -31,10 +31,10 @@ struct Delivery {
   bool goes_on = false;   ///< when not: so far nothing is wrong, there is more to do
 };
 
-/// What a file gets beside its content and its name, where its seal tells.
+/// Attributes of a file, which its seal may tell.
 struct Attributes {
   mode_t mode = 0;                ///< permissions; less the umask in what a seal tells
-  std::optional<timespec> mtime;  ///< last modification; none: the time of writing
+  std::optional<timespec> mtime;  ///< last modification; if empty, the time of writing stays
 };
 
 /// What a seal says that a file is; the names are escaped like those of a TransferRecord.
@@ -51,7 +51,7 @@ struct StoreOptions {
   bool sync = true;            ///< sync file and folder before a delivery counts
   bool keep_existing = false;  ///< give the newcomer a numbered name: "a (1).txt"
   mode_t mode = 0666;          ///< permissions of files, less the umask
-  bool mode_given = false;     ///< by the operator: goes before what a seal tells
+  bool mode_given = false;     ///< the operator chose `mode`, which then overrides a seal's
   std::uint64_t reserve = 0;   ///< bytes that stay free where the receiving folder is
 };
 
@@ -104,15 +104,15 @@ class Store {
   /// Syncs the growing file, so that it outlasts a restart of the machine. False on failure.
   bool sync_part(const TransferKey& key);
 
-  /// The same folders, but where a file has the name of one: numbered, "a (1)", by the first
-  /// number that no file has. What one folder brought stays together so.
+  /// Returns `folders`, but with a number, "a (1)", for each whose name a file has: the first
+  /// number that no file has. The files of one folder thus stay together.
   std::vector<std::string> free_folders(const std::vector<std::string>& folders) const;
 
   /// A numbered name for `name` that is free in the folder: "a (1).txt". "" if the
   /// folder can't be opened.
   std::string free_name(const std::vector<std::string>& folders, const std::string& name) const;
 
-  /// True if there is a `name` in the folder that is no folder itself.
+  /// True if the folder has an entry `name` that is not itself a folder.
   bool has_file(const std::vector<std::string>& folders, const std::string& name) const;
 
   /// The same as deliver() into the folder for trash journals, under `name` with the send

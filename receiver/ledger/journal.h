@@ -18,8 +18,8 @@ struct Journal {
   bool is_whole = true;         ///< nothing follows
 };
 
-/// True if the entry's CRC is that of its path. What fails this was torn, damaged or
-/// forged by a file name, and tells nothing.
+/// True if the entry's CRC is that of its path. Any other entry was torn, damaged or forged
+/// by means of a file name, and must be ignored.
 bool is_believable(const JournalEntry& entry);
 
 /// Reads lines "00" + 8 digits of send time + 8 of the low id half + "0000" + 8 of the

@@ -60,20 +60,21 @@ class Ledger {
   /// read_error().
   std::optional<TransferRecord> find(const TransferRecord& announced);
 
-  /// What the last file delivered to `lies_at` (below the receiving folder) came from.
-  /// None if no record tells, or the ledger can't be read.
+  /// Returns the origin of the last file that was delivered to `lies_at` (below the receiving
+  /// folder); nothing if there is no record of one, or the ledger can't be read.
   std::optional<Origin> owner_of(const std::string& lies_at);
 
-  /// Where the last file from `origin` that asked for the path `asked_for` was delivered
-  /// to, both below the receiving folder. "" as above.
+  /// Returns where the last file from `origin` that asked for the path `asked_for` was
+  /// delivered to, both below the receiving folder; "" if there is no record of one, or the
+  /// ledger can't be read.
   std::string place_of(const std::string& asked_for, const Origin& origin);
 
   /// True if a transfer of this id, send time and path CRC was delivered, from whatever
   /// source. False, too, where the ledger can't be read.
   bool was_delivered(std::uint64_t id, std::int64_t send_time, std::uint32_t path_crc);
 
-  /// All with this outcome, oldest first; all records without one. Less than all
-  /// where the ledger can't be read: see read_error().
+  /// Returns the records with this outcome, or all records without one, oldest first. Some are
+  /// missing if the ledger can't be read: see read_error().
   std::vector<TransferRecord> all(std::optional<Outcome> outcome);
 
   /// Adds the entries that are not there yet: later journals extend earlier ones.
@@ -96,15 +97,16 @@ class Ledger {
   /// Returns how many went; nothing if the ledger can't be written.
   std::optional<std::uint64_t> prune(double before, std::uint64_t most);
 
-  /// Looks whether the file was deleted, replaced or damaged behind our back. If so, sets
-  /// aside what has its name ("NAME.damaged-TIME") and makes it anew with all that can
-  /// still be read. Opens it again where SQLite can't get a lock that it holds itself.
+  /// Checks whether the file was deleted, replaced or damaged by somebody else. If so, sets
+  /// aside the file that has its name ("NAME.damaged-TIME") and makes the ledger anew with all
+  /// that can still be read. Opens it again where SQLite can't get a lock that it holds itself.
   /// Returns "", or what happened, for the user. Not between begin() and
   /// commit(). A page in the middle is found damaged only once something reads it.
   /// After a failure the next calls do nothing, thirty of them: a copy takes its time.
   std::string mend();
 
-  /// "", or why a reading above returned less than there is (a damaged file). It stays.
+  /// Returns "", or why a call above returned fewer records than there are (a damaged file).
+  /// Once set, it is never reset.
   std::string read_error() const { return read_error_; }
 
   /// The open folder that it is written in; -1 when it is only read.

@@ -1,4 +1,4 @@
-// receiver/repair/repair.h: puts back what the line lost of a file, out of the repair
+// receiver/repair/repair.h: restores the parts of a file that the line lost, with the repair
 // parts of its seal.
 #pragma once
 

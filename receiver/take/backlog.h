@@ -40,7 +40,7 @@ class Backlog {
   /// Takes up to `most` bytes of memory, what the consumer holds included.
   explicit Backlog(std::size_t most) : most_(most) {}
 
-  /// Adds it behind all others, or drops it with its transfer.
+  /// Adds the datagrams behind all others, or drops them with their transfer.
   void push(Taken taken);
 
   /// Moves out the oldest, in order of arrival: about `bytes` of them, at least one
@@ -50,7 +50,7 @@ class Backlog {
   /// `cost` bytes that pop() moved out are free again.
   void give_back(std::size_t cost);
 
-  /// When the oldest came. There must be one.
+  /// Returns when the oldest came. The backlog must not be empty.
   Now oldest() const { return queue_.front().came; }
 
   bool empty() const { return queue_.empty(); }

@@ -1,4 +1,4 @@
-// receiver/take/datagram.h: reads one datagram; anything may be in it.
+// receiver/take/datagram.h: reads one datagram, which may hold any bytes.
 #pragma once
 
 #include <cstddef>
@@ -35,6 +35,6 @@ struct ServicePacket {
 
 using Datagram = std::variant<std::monostate, HeaderPacket, DataPacket, ServicePacket>;
 
-/// The packet in the `size` bytes at `bytes`; std::monostate for what no sender
-/// sends. Reads nothing beyond `size`.
+/// Returns the packet in the `size` bytes at `bytes`; std::monostate if no sender
+/// would send them. Reads nothing beyond `size`.
 Datagram parse_datagram(const unsigned char* bytes, std::size_t size);

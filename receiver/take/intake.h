@@ -23,7 +23,7 @@
 #include "receiver/take/backlog.h"
 #include "receiver/take/socket.h"
 
-/// All count from the start, but for the memory.
+/// All but `memory` count from the start of the process.
 struct IntakeCounts {
   std::size_t memory = 0;               ///< bytes in use now
   std::uint64_t dropped_datagrams = 0;  ///< the memory was full
@@ -62,7 +62,8 @@ class Intake {
   /// "" when usable; else the text for the user.
   const std::string& error() const { return error_; }
 
-  /// The oldest that waits, in order of arrival; waits up to `patience` for something.
+  /// Returns the oldest datagrams that wait, in order of arrival; waits up to `patience` if
+  /// there are none.
   Batch next(std::chrono::milliseconds patience);
 
   /// Takes what waits in the sockets and ends the thread; next() then returns what is
@@ -72,8 +73,8 @@ class Intake {
 
   IntakeCounts counts() const;
 
-  /// Up to then all that came was returned by next(): when the oldest that waits came,
-  /// or now.
+  /// Returns the time up to which all that came was returned by next(): when the oldest
+  /// datagram that waits came, or now.
   Now moment() const;
 
  private:

@@ -13,7 +13,8 @@
 /// for HTML.
 std::string html_text(std::string_view text);
 
-/// The same for a name off the wire, kept from turning what stands beside it.
+/// Returns a name off the wire in the same way, and keeps it from changing the direction of
+/// the text beside it.
 std::string bdi(std::string_view text);
 
 /// "1 range", "2 ranges"

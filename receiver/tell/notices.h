@@ -10,12 +10,12 @@
 
 class Notices {
  public:
-  /// Tells by `events`, which must outlive it; of a line that says nothing for
-  /// longer than `silence`, or not if that is 0.
+  /// Reports to `events`, which must outlive it. Warns when nothing comes for longer than
+  /// `silence`, unless that is 0.
   Notices(Events& events, double silence, double now)
       : events_(events), silence_(silence), last_heard_(now) {}
 
-  /// Something came.
+  /// Notes that something came.
   void heard(double now);
 
   /// Warns once when nothing came for too long.

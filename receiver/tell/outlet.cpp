@@ -15,8 +15,8 @@ namespace {
 constexpr std::size_t kMostWaiting = 1 << 20;
 constexpr auto kBetweenTries = std::chrono::milliseconds(10);
 
-/// The same pipe or terminal once more: to make the given descriptor non-blocking
-/// would make it so for all who share it. None where the system does not allow it.
+/// Opens the same pipe or terminal again, since making the given descriptor non-blocking would
+/// affect all who share it. Returns an empty Fd where the system does not allow it.
 Fd open_without_blocking(int fd) {
   struct stat st {};
   if (fstat(fd, &st) != 0 || (!S_ISFIFO(st.st_mode) && !S_ISCHR(st.st_mode))) return Fd();
