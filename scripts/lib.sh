@@ -23,6 +23,14 @@ install_packages() {
     apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
+# Builds in folder $1, with what else cmake --build is to be told. Prints the last line, or
+# all where that fails.
+compile() {
+  local said
+  said=$(cmake --build "$@" 2>&1) || { printf '%s\n' "$said" >&2; return 1; }
+  tail -n 1 <<<"$said"
+}
+
 # Runs a function of the calling script where it can write folder $1 only, see
 # scripts/confine. It knows all functions, but only the variables that are exported. After
 # --strict it runs confined or not at all.

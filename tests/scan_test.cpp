@@ -1,6 +1,5 @@
 // Scan list, walk and readiness, with a SendFile() that sends nothing.
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -105,7 +104,8 @@ TEST_F(Scan, CountsNoErrorForWhatOthersTookAwayAndOneForWhatCannotBeRemoved) {
   settings.verboze = 1;
   EXPECT_TRUE(goes(fs::path(dir.file("f")).filename()));
   EXPECT_EQ(1, accs_err);
-  EXPECT_THAT(console.str(), testing::HasSubstr("\nERROR: can't remove file " + dir.path("f")));
+  EXPECT_NE(std::string::npos,
+            console.str().find("\nERROR: can't remove file " + dir.path("f")));
 }
 
 TEST_F(Scan, StaysInTheFolderThatItOpenedWhateverItsNameMeans) {
