@@ -138,7 +138,7 @@ TEST_F(Cycle, AForegroundShowsDotsInItsPausesUntilEscapeOrAStop) {
   const std::string walked = "folder " + settings.sdir + " is empty.\n0 files was transfered.\n";
   for (const bool by_key : {false, true}) {
     on_pause = [&, count = 0](std::uint32_t) mutable {
-      time_passed = ++count / 3 * 2;  // three looks in two seconds
+      time_passed = ++count / 3 * 2L;  // three looks in two seconds
       if (count > 99) throw std::runtime_error("it goes on");
       if (count != 8) return;
       by_key ? (void)!write(writer.get(), "\x1b", 1) : ask_to_stop(dir.path("f.lock"));

@@ -104,8 +104,7 @@ TEST_F(Scan, CountsNoErrorForWhatOthersTookAwayAndOneForWhatCannotBeRemoved) {
   settings.verboze = 1;
   EXPECT_TRUE(goes(fs::path(dir.file("f")).filename()));
   EXPECT_EQ(1, accs_err);
-  EXPECT_NE(std::string::npos,
-            console.str().find("\nERROR: can't remove file " + dir.path("f")));
+  EXPECT_NE(std::string::npos, console.str().find("\nERROR: can't remove file " + dir.path("f")));
 }
 
 TEST_F(Scan, StaysInTheFolderThatItOpenedWhateverItsNameMeans) {

@@ -22,11 +22,11 @@ struct Sending : StateTest {
     cur_folder = &folder;
     sockaddr_in at = receiver_address(folder);
     socklen_t len = sizeof at;
-    bind(receiver.get(), reinterpret_cast<sockaddr*>(&at), len);
+    EXPECT_EQ(0, bind(receiver.get(), reinterpret_cast<sockaddr*>(&at), len));
     getsockname(receiver.get(), reinterpret_cast<sockaddr*>(&at), &len);
     folder.port = ntohs(at.sin_port);
     sock = transmitter.get();
-    connect(sock, reinterpret_cast<sockaddr*>(&at), len);
+    EXPECT_EQ(0, connect(sock, reinterpret_cast<sockaddr*>(&at), len));
   }
 
   int send(const std::string& content) { return SendFile(dir.file("f", content), "", kKindFile); }

@@ -204,7 +204,7 @@ void compare(const std::string& options, const std::string& input) {
     if (goes) ++going;
   }
   // a file that the end of input cuts off stays, and has begun to go out
-  if (input == "</dev/null" && options != "") ++going;
+  if (input == "</dev/null" && !options.empty()) ++going;
   std::string sent;
   for (const auto& [path, passes] : rebuild(net.packets())) sent += path + "\n";
   EXPECT_EQ(going, std::count(sent.begin(), sent.end(), '\n')) << text << sent;

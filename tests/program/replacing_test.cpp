@@ -59,7 +59,7 @@ TEST_P(Replacing, LosesNoVersionThatWasNotSent) {
   Replacer files(home);
   Program program(home, {"-m:1", "-c:0", "-f:in", "-u:1", "-d:1", GetParam(), "-p:" + files.port});
   const auto began = std::chrono::steady_clock::now();
-  const std::chrono::seconds least(seconds != nullptr ? std::atoi(seconds) : 1);
+  const std::chrono::seconds least(seconds != nullptr ? std::strtol(seconds, nullptr, 10) : 1);
   EXPECT_TRUE(eventually([&] {
     for (int i = 0; i < 100 && files.take_in(true); ++i) continue;
     for (char file = '0'; file <= '8'; ++file) files.replace(file);

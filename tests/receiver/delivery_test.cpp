@@ -195,7 +195,7 @@ TEST_F(Receive, NoDiskOrDescriptorForAWhileCostsNoFileThatComesAgain) {
 
 TEST_F(Receive, KeepsRoomForTheFilesThatAreOnTheirWay) {
   start();
-  const File growing{1, "growing", random_bytes(20 * 1380, 1)}, late{2, "late", "late"};
+  const File growing{1, "growing", random_bytes(27'600, 1)}, late{2, "late", "late"};
   feed(growing.pass(1, 1, 9));
   free_bytes = 9 * 1380 + 3;
   for (int times = 0; times < 2; ++times) feed({late.header()});

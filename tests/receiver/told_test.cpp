@@ -27,7 +27,7 @@ struct Told : testing::Test {
     from = Fd(ends[0]), to = Fd(ends[1]);
     fcntl(from.get(), F_SETFL, O_NONBLOCK);
     setenv("TZ", "UTC-3", 1), tzset();
-    record.udata_size = 1400, record.parts = 2000, record.size = 2000 * 1380, record.name = "f";
+    record.udata_size = 1400, record.parts = 2000, record.size = 2'760'000, record.name = "f";
     record.why = "silent", record.delivered_to = "/k/f";
     for (int part = 1; part < 2000; part += 2) record.missing += "," + std::to_string(part);
     record.missing.erase(0, 1);
