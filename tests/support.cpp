@@ -22,8 +22,9 @@ std::string contents(const std::string& path) {
 bool give_away(const std::string& path) { return lchown(path.c_str(), kStranger, 0) == 0; }
 
 std::string lock_record(std::int32_t pid, char stop, char command, char status) {
-  return std::string(reinterpret_cast<const char*>(&pid), sizeof pid) +
-         std::string{stop, 0, command, 0, status, 0, 0, 0};
+  const std::int16_t words[] = {command, status, 0};
+  return std::string(reinterpret_cast<const char*>(&pid), sizeof pid) + stop + '\0' +
+         std::string(reinterpret_cast<const char*>(words), sizeof words);
 }
 
 void ask_to_stop(const std::string& lock) {
