@@ -67,8 +67,8 @@ struct Sealed : Receive {
   Sealed() {
     for (const auto& [name, seed] : {std::pair{"k.pub", kSeed}, {"other.pub", kOtherSeed}}) {
       std::ofstream keys(root / name);
-      for (const unsigned byte : SigningKey(seed).public_key())
-        keys << std::hex << byte / 16 << byte % 16;
+      const SigningKey key(seed);
+      for (const unsigned byte : key.public_key()) keys << std::hex << byte / 16 << byte % 16;
     }
   }
   /// The datagrams of a pass without these, in order: 0 is the header packet.
