@@ -23,12 +23,9 @@ class Exposition {
           << "# TYPE tarnwick_receive_" << name << " " << type << "\n";
   }
 
-  void seals(const char* outcome, std::uint64_t value) {
-    text_ << "tarnwick_receive_seals_total{outcome=\"" << outcome << "\"} " << value << "\n";
-  }
-
-  void files(const char* outcome, std::uint64_t value) {
-    text_ << "tarnwick_receive_files_total{outcome=\"" << outcome << "\"} " << value << "\n";
+  /// One of the values that begin() announced.
+  void add_outcome(const char* name, const char* outcome, std::uint64_t value) {
+    text_ << "tarnwick_receive_" << name << "{outcome=\"" << outcome << "\"} " << value << "\n";
   }
 
   std::string text() const { return text_.str(); }
@@ -44,9 +41,9 @@ std::string metrics_text(const Metrics& m) {
   e.add("datagrams_total", "counter", "Datagrams received.", m.datagrams);
   e.add("bytes_total", "counter", "Bytes of datagrams received.", m.bytes);
   e.begin("files_total", "counter", "Files by outcome.");
-  e.files("delivered", m.delivered);
-  e.files("incomplete", m.incomplete);
-  e.files("refused", m.refused);
+  e.add_outcome("files_total", "delivered", m.delivered);
+  e.add_outcome("files_total", "incomplete", m.incomplete);
+  e.add_outcome("files_total", "refused", m.refused);
   e.add("name_collisions_total", "counter",
         "Files numbered because a file of another path had their name.", m.name_collisions);
   e.add("malformed_total", "counter", "Datagrams that no sender sends.", m.malformed);
@@ -79,10 +76,10 @@ std::string metrics_text(const Metrics& m) {
   e.add("repaired_parts_total", "counter", "Lost parts rebuilt out of seals.", m.repaired_parts);
   e.add("repaired_files_total", "counter", "Files delivered with such parts.", m.repaired_files);
   e.begin("seals_total", "counter", "Seals by outcome.");
-  e.seals("proved", m.seals_proved);
-  e.seals("differing", m.seals_differing);
-  e.seals("refused", m.seals_refused);
-  e.seals("unneeded", m.seals_unneeded);
+  e.add_outcome("seals_total", "proved", m.seals_proved);
+  e.add_outcome("seals_total", "differing", m.seals_differing);
+  e.add_outcome("seals_total", "refused", m.seals_refused);
+  e.add_outcome("seals_total", "unneeded", m.seals_unneeded);
   e.add("last_datagram_timestamp_seconds", "gauge", "When the last datagram came.",
         m.last_datagram);
   e.add("last_delivery_timestamp_seconds", "gauge", "When the last file was delivered.",
