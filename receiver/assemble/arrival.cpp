@@ -17,7 +17,8 @@ namespace {
 constexpr std::size_t kLongestRun = 512;     // below IOV_MAX (1,024, limits.h)
 constexpr std::size_t kMostPassesTold = 64;  // later ones count with the last
 
-bool write_all(int fd, std::vector<iovec> parts, std::uint64_t offset) {
+/// Writes the parts one behind the other.
+bool write_parts(int fd, std::vector<iovec> parts, std::uint64_t offset) {
   iovec* next = parts.data();
   std::size_t left = parts.size();
   while (left > 0) {
@@ -126,7 +127,7 @@ bool Arrival::write_run(int fd) {
 }
 
 bool Arrival::write_new(int fd, const std::vector<iovec>& parts, std::uint64_t first) {
-  if (!write_all(fd, parts, offset_of(first))) return false;
+  if (!write_parts(fd, parts, offset_of(first))) return false;
   const std::uint64_t last = first + parts.size() - 1;
   missing_.remove(first, last);
   highest_ = std::max(highest_, last);
